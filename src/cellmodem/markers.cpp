@@ -1,0 +1,61 @@
+#include "cellmodem/markers.h"
+
+#include "platform/log.h"
+#include "platform/paths.h"
+#include "platform/process.h"
+
+#include <cstdio>
+
+#include <unistd.h>
+
+bool cellmodem_is_external()
+{
+    return file_exists(marker_is_external);
+}
+
+bool cellmodem_is_gsm()
+{
+    return file_exists(marker_is_gsm);
+}
+
+bool cellmodem_is_cdma()
+{
+    return file_exists(marker_is_cdma);
+}
+
+bool cellmodem_is_lte()
+{
+    return file_exists(marker_is_lte);
+}
+
+int holding_create()
+{
+    FILE *file = fopen(rooted(holding_path).c_str(), "we");
+    if (!file) {
+        log_message(log_error, "Failed to create holding file: %s", holding_path);
+        return -1;
+    }
+    fprintf(file, "%ld\n", static_cast<long>(getpid()));
+    fclose(file);
+    return 0;
+}
+
+void holding_remove()
+{
+    unlink(rooted(holding_path).c_str());
+}
+
+void holding_remove_stale()
+{
+    const long owner = process_read_pid(holding_path);
+    // In a container a restarted daemon often gets the very process id of its predecessor.
+    if (owner > 0 && (owner == getpid() || !process_alive(owner))) {
+        log_message(log_warning, "Removing %s, its owner %ld is dead", holding_path, owner);
+        holding_remove();
+    }
+}
+
+bool holding_present()
+{
+    return file_exists(holding_path);
+}
