@@ -1,0 +1,8 @@
+// The choice of the back-end from the marker files that the hot-plug scripts leave.
+#pragma once
+
+struct cellmodem;
+
+// Initialises the record for the first family whose markers are there. 0, or -1 when none is or its
+// initialisation failed (which is logged).
+[[nodiscard]] int cellmodem_select(cellmodem &modem);

@@ -1,0 +1,24 @@
+#include "backends/wwan.h"
+
+#include "platform/process.h"
+
+#define DHCP_PID_PATH "/var/run/udhcpc-wwan0.pid"
+#define DHCP_DISCOVERIES "8"
+#define DHCP_PAUSE_S "3"
+
+void wwan_up()
+{
+    process_shell("/sbin/ifconfig wwan0 up &> /dev/null");
+    if (process_alive(process_read_pid(DHCP_PID_PATH)))
+        process_shell("kill -SIGUSR1 `cat " DHCP_PID_PATH "`");
+    else
+        process_shell("/sbin/udhcpc -i wwan0 -p " DHCP_PID_PATH " -s /etc/scripts/wwan-up"
+                      " -t " DHCP_DISCOVERIES " -T " DHCP_PAUSE_S " &> /dev/null");
+}
+
+void wwan_down()
+{
+    process_shell("/sbin/ifconfig wwan0 down &> /dev/null");
+    process_shell("/etc/scripts/wwan-down &> /dev/null");
+    process_shell("kill `cat " DHCP_PID_PATH "` &> /dev/null");
+}
