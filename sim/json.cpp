@@ -6,7 +6,7 @@
 #include <charconv>
 #include <cstdlib>
 
-static constexpr size_t text_bytes_max = 64 * 1024;
+static constexpr size_t text_bytes_max = 65536;
 
 int json_refuse(json_refusal &refusal, std::string key, std::string reason)
 {
