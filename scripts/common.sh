@@ -33,14 +33,16 @@ install_packages() {
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}"
 }
 
-# Configures (once) and builds a preset.
+# Configures and builds a preset; the steps are shown as they come, their noise only when they fail.
 build_preset() {
-    say "building preset $1"
-    cmake --preset "$1" >"/tmp/tessera-configure.$$" 2>&1 || {
-        cat "/tmp/tessera-configure.$$" >&2
-        rm -f "/tmp/tessera-configure.$$"
+    say "building preset $1 (the first time takes a few minutes)"
+    local log
+    log=$(mktemp)
+    cmake --preset "$1" >"$log" 2>&1 || {
+        cat "$log" >&2
+        rm -f "$log"
         die "configuring $1 failed"
     }
-    rm -f "/tmp/tessera-configure.$$"
+    rm -f "$log"
     cmake --build --preset "$1"
 }

@@ -239,6 +239,8 @@ static void run_round(loop_state &loop)
         tesserad.quit_requested = true;
     }
     take_signals();
+    if (tesserad.quit_requested && ready != 0)
+        log_message(log_info, "service has been commanded to quit");
 }
 
 int tesserad_main_loop()
@@ -248,7 +250,6 @@ int tesserad_main_loop()
         return -1;
     while (!tesserad.quit_requested)
         run_round(loop);
-    log_message(log_info, "service has been commanded to quit");
     unlink(rooted(pause_path).c_str());
     return 0;
 }
