@@ -22,8 +22,8 @@ enum store_statement { begin_session, push_value, end_session, abandon_session, 
 
 constexpr const char *statement_texts[statement_count] = {
     "BEGIN IMMEDIATE",
-    "INSERT INTO info(key, kind, value, updated) VALUES(?1, ?2, ?3, ?4)"
-    " ON CONFLICT(key) DO UPDATE SET kind = ?2, value = ?3, updated = ?4",
+    ("INSERT INTO info(key, kind, value, updated) VALUES(?1, ?2, ?3, ?4)"
+     " ON CONFLICT(key) DO UPDATE SET kind = ?2, value = ?3, updated = ?4"),
     "COMMIT",
     "ROLLBACK",
 };
