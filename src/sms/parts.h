@@ -11,7 +11,7 @@
 
 #include "sms/pdu.h"
 
-constexpr int64_t sms_part_age_max_s = 7 * 24 * 60 * 60;
+constexpr int64_t sms_part_age_max_s = int64_t{7} * 24 * 60 * 60;
 
 // One received message.
 struct sms_part {
