@@ -11,7 +11,7 @@ struct vector_file {
 };
 
 constexpr vector_file files[] = {
-    {TESSERA_SHARED_DIR "/data/sms-vectors.jsonl", 127},
+    {TESSERA_TEST_DATA "/sms-vectors-field.jsonl", 127},
     {TESSERA_TEST_DATA "/sms-vectors.jsonl", 100},
 };
 

@@ -1,6 +1,6 @@
 // Messages as files of vectors have them, one JSON object a line, and the coder's view of the same
-// message in the same terms. The files: one of this project's own in tests/data, and the shared
-// collection beside the project.
+// message in the same terms. Both files are in tests/data: messages from the field
+// and from other projects' tests, and our own for what those do not cover.
 #pragma once
 
 #include "sms/pdu_3gpp.h"
