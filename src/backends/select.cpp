@@ -1,6 +1,7 @@
 #include "backends/select.h"
 
 #include "backends/serial/directip.h"
+#include "backends/serial/pantech.h"
 #include "cellmodem/cellmodem.h"
 #include "cellmodem/markers.h"
 #include "platform/log.h"
@@ -23,7 +24,7 @@ constexpr family families[] = {
     {marker_is_sierra_directip, marker_is_lte, sierra_directip_lte_init,
      "Failed to support Sierra DirectIP LTE"},
     {marker_is_gobi, nullptr, nullptr, "Failed to support Gobi Modem"},
-    {marker_is_pantech, marker_is_lte, nullptr, "Failed to support Pantech LTE"},
+    {marker_is_pantech, marker_is_lte, pantech_wmc_init, "Failed to support Pantech LTE"},
 };
 
 int cellmodem_select(cellmodem &modem)

@@ -84,7 +84,7 @@ TEST(select, markers_choose_the_family)
         {{"sierra", "gsm", "cdma"}, 0, "Failed to support Sierra GSM"},
         {{"sierra", "cdma", "gobi"}, 0, "Failed to support Sierra CDMA"},
         {{"gobi", "pantech"}, 0, "Failed to support Gobi Modem"},
-        {{"pantech", "lte"}, 0, "Failed to support Pantech LTE"},
+        {{"pantech", "lte"}, type_pantech, nullptr},
         {{"sierra_directip", "lte", "gobi", "pantech"}, type_sierra_directip, nullptr},
     };
     for (const auto &row : rows) {

@@ -1,0 +1,168 @@
+#include "sms/spool.h"
+
+#include "platform/log.h"
+#include "platform/paths.h"
+#include "platform/unique_fd.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+constexpr size_t tag_length = 4; // "To: "
+constexpr mode_t directory_mode = 0755;
+constexpr mode_t file_mode = 0644; // mkstemp's 0600 would hide it from the other services
+
+// ---- received messages
+
+// Writes the whole file and makes it ready to be renamed: after a power cut, too, the name must not
+// show less than the message. 0, or -1 with errno; the file is closed in either case.
+static int fill(unique_fd fd, std::string_view content)
+{
+    while (!content.empty()) {
+        const ssize_t written = write(fd.get(), content.data(), content.size());
+        if (written < 0 && errno != EINTR)
+            return -1;
+        content.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);
+    }
+    return fchmod(fd.get(), file_mode) == 0 && fsync(fd.get()) == 0 ? fd.reset() : -1;
+}
+
+// Removes a file and leaves errno alone.
+static void discard(const std::string &place)
+{
+    const int error = errno;
+    unlink(place.c_str());
+    errno = error;
+}
+
+// Writes the message a second time, under a hidden name beside the final one: a rename works within
+// one file system only.
+static int fill_beside(const std::string &name, const std::string &final_place,
+                       std::string_view content)
+{
+    const std::string hidden = rooted(std::string(sms_spool_path) + "/." + name);
+    unique_fd fd(open(hidden.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!fd)
+        return -1;
+    if (fill(std::move(fd), content) == 0 && rename(hidden.c_str(), final_place.c_str()) == 0)
+        return 0;
+    discard(hidden);
+    return -1;
+}
+
+// 0, or -1 with errno; then the temporary file is still there.
+static int move_to_spool(const std::string &temporary_place, const std::string &name,
+                         const std::string &final_place, std::string_view content)
+{
+    if (!dir_exists(sms_spool_path) && make_directories(sms_spool_path, directory_mode) != 0)
+        return -1;
+    if (rename(temporary_place.c_str(), final_place.c_str()) == 0)
+        return 0;
+    if (errno != EXDEV || fill_beside(name, final_place, content) != 0)
+        return -1;
+    discard(temporary_place);
+    return 0;
+}
+
+int cellmodem_sms_writefile(const std::string &number, const std::string &text)
+{
+    std::string place = rooted("/tmp/recv_XXXXXX");
+    unique_fd fd(mkstemp(place.data()));
+    const std::string name = place.substr(place.rfind('/') + 1);
+    const std::string temporary = "/tmp/" + name;
+    const std::string final_path = std::string(sms_spool_path) + "/" + name;
+    log_message(log_debug, "cellmodem_sms_writefile(%s, %s, %s)", temporary.c_str(), number.c_str(),
+                text.c_str());
+    log_message(log_info, "Received new SMS from %s -> %s", number.c_str(), final_path.c_str());
+    if (!fd) {
+        log_message(log_error, "Could not open file %s", temporary.c_str());
+        return 0;
+    }
+    const std::string content = "From: " + number + "\n\n" + text;
+    if (fill(std::move(fd), content) != 0) {
+        discard(place);
+        log_message(log_error, "Failed writing: %s: %s", temporary.c_str(), strerror(errno));
+        return 0;
+    }
+    if (move_to_spool(place, name, rooted(final_path), content) != 0) {
+        log_message(log_error, "Failed moving: %s -> %s: %s", temporary.c_str(), final_path.c_str(),
+                    strerror(errno));
+        return 0;
+    }
+    return 1;
+}
+
+// ---- messages to be sent
+
+using owned_stream = std::unique_ptr<FILE, int (*)(FILE *)>;
+
+// Opens a regular file for reading. A pipe, which a user may name as well, must not hold up the
+// daemon, so nothing here waits.
+static owned_stream open_message(const char *path)
+{
+    unique_fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status;
+    owned_stream stream(nullptr, fclose);
+    if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return stream;
+    stream.reset(fdopen(fd.get(), "r"));
+    if (stream)
+        fd.release();
+    return stream;
+}
+
+static bool drop_line_feed(std::string &text)
+{
+    if (!text.ends_with('\n'))
+        return false;
+    text.pop_back();
+    return true;
+}
+
+static void append(std::string &text, std::string_view more, size_t bytes_max)
+{
+    text += more.substr(0, bytes_max - std::min(bytes_max, text.size()));
+}
+
+static void read_lines(FILE *stream, std::string &number_out, size_t number_size,
+                       std::string &text_out, size_t text_max)
+{
+    char piece[sms_line_max + 1];
+    for (int line = 1; fgets(piece, sizeof(piece), stream); line++) {
+        const std::string_view content(piece);
+        if (line == 1 && content.size() > tag_length)
+            append(number_out, content.substr(tag_length), number_size);
+        else if (line > 2)
+            append(text_out, content, text_max);
+    }
+    drop_line_feed(number_out);
+}
+
+int cellmodem_sms_readfile(const char *path, std::string &number_out, size_t number_size,
+                           std::string &text_out, size_t text_size)
+{
+    log_message(log_debug, "cellmodem_sms_readfile(%s)", path);
+    number_out.clear();
+    text_out.clear();
+    struct stat status;
+    if (stat(path, &status) != 0) {
+        log_message(log_error, "No such file: %s", path);
+        return 0;
+    }
+    const owned_stream stream = open_message(path);
+    if (!stream) {
+        log_message(log_error, "Could not open file %s", path);
+        return 0;
+    }
+    read_lines(stream.get(), number_out, number_size, text_out, text_size > 0 ? text_size - 1 : 0);
+    if (drop_line_feed(text_out))
+        log_message(log_debug, "Truncating new line from text buffer");
+    return 1;
+}
