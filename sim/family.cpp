@@ -1,0 +1,22 @@
+#include "sim/family.h"
+
+#include "sim/directip.h"
+
+#include <array>
+
+static constexpr std::array<const sim_family *, 1> all_families = {
+    &directip_family,
+};
+
+std::span<const sim_family *const> families()
+{
+    return all_families;
+}
+
+const sim_family *family_find(std::string_view name)
+{
+    for (const sim_family *family : all_families)
+        if (name == family->name)
+            return family;
+    return nullptr;
+}

@@ -1,0 +1,141 @@
+#include "backends/select.h"
+#include "cellmodem/cellmodem.h"
+#include "cellmodem/dualsim.h"
+#include "cellmodem/markers.h"
+#include "support/log_capture.h"
+#include "support/temp_root.h"
+
+#include <cstring>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+TEST(cellmodem, type_names_are_copied_without_overflow)
+{
+    const struct {
+        int type;
+        const char *name;
+    } rows[] = {{1, "Sierra Wireless CnS (UMTS/GSM)"},
+                {2, "Sierra Wireless CnS (CDMA)"},
+                {3, "Sierra Wireless Direct IP"},
+                {4, "libgobi LTE"},
+                {5, "ModemManager"},
+                {6, "Pantech WMC"},
+                {0, "Unknown"},
+                {7, "Unknown"},
+                {-1, "Unknown"}};
+    for (const auto &row : rows) {
+        char buffer[255] = "";
+        EXPECT_STREQ(cellmodem_type_name(row.type, buffer, sizeof(buffer)), row.name);
+    }
+    char small[8];
+    memset(small, 0, sizeof(small));
+    EXPECT_STREQ(cellmodem_type_name(1, small, sizeof(small)), "Sierra ");
+}
+
+TEST(cellmodem, a_record_starts_empty_and_ends_twice_without_harm)
+{
+    cellmodem *modem = nullptr;
+    ASSERT_EQ(cellmodem_create(&modem), 0);
+    EXPECT_FALSE(modem->attached);
+    EXPECT_EQ(modem->device_state, device_unknown);
+    EXPECT_EQ(modem->slots.attach, nullptr);
+    EXPECT_EQ(modem->slots.sendsms, nullptr);
+    cellmodem_destroy(&modem);
+    EXPECT_EQ(modem, nullptr);
+    cellmodem_destroy(&modem);
+    EXPECT_EQ(modem, nullptr);
+}
+
+// Which family the markers select: its type, or the line that its failure logs.
+TEST(select, markers_choose_the_family)
+{
+    const struct {
+        std::vector<const char *> markers;
+        int type;            // 0: none
+        const char *failure; // null: none
+    } rows[] = {
+        {{}, 0, nullptr},
+        {{"sierra_directip", "lte"}, type_sierra_directip, nullptr},
+        {{"sierra_directip"}, 0, nullptr},
+        {{"sierra", "sierra_directip", "lte"}, type_sierra_directip, nullptr},
+        {{"sierra"}, 0, nullptr},
+        {{"lte"}, 0, nullptr},
+        {{"pantech"}, 0, nullptr},
+        {{"sierra", "gsm", "cdma"}, 0, "Failed to support Sierra GSM"},
+        {{"sierra", "cdma", "gobi"}, 0, "Failed to support Sierra CDMA"},
+        {{"gobi", "pantech"}, 0, "Failed to support Gobi Modem"},
+        {{"pantech", "lte"}, 0, "Failed to support Pantech LTE"},
+        {{"sierra_directip", "lte", "gobi", "pantech"}, type_sierra_directip, nullptr},
+    };
+    for (const auto &row : rows) {
+        const temp_root root;
+        const log_capture log;
+        std::string all;
+        for (const char *marker : row.markers) {
+            root.write(std::string("/var/run/.modem/cellmodem_is_") + marker, "");
+            all += marker + std::string(" ");
+        }
+        cellmodem modem;
+        EXPECT_EQ(cellmodem_select(modem), row.type ? 0 : -1) << all;
+        EXPECT_EQ(modem.type, row.type) << all;
+        EXPECT_EQ(log.has("0 Failed to support"), row.failure != nullptr) << all;
+        EXPECT_TRUE(!row.failure || log.count(std::string("0 ") + row.failure) == 1) << all;
+    }
+}
+
+TEST(holding, a_dead_owner_does_not_hold)
+{
+    const temp_root root;
+    EXPECT_FALSE(holding_present());
+    EXPECT_EQ(holding_create(), 0);
+    EXPECT_EQ(root.read(holding_path), std::to_string(getpid()) + "\n");
+    holding_remove_stale();
+    EXPECT_FALSE(holding_present()) << "our own id is our dead predecessor's";
+
+    for (const char *other : {"1\n", "", "somebody\n"}) {
+        root.write(holding_path, other);
+        holding_remove_stale();
+        EXPECT_TRUE(holding_present()) << other;
+    }
+    const pid_t dead = fork();
+    if (dead == 0)
+        _exit(0);
+    int status;
+    waitpid(dead, &status, 0);
+    root.write(holding_path, std::to_string(dead) + "\n");
+    holding_remove_stale();
+    EXPECT_FALSE(holding_present());
+}
+
+TEST(dualsim, a_device_with_one_holder_says_so)
+{
+    const log_capture log;
+    int index = 5;
+    int mode = 5;
+    EXPECT_EQ(dualsim_supported(), 0);
+    EXPECT_EQ(dualsim_init(), -1);
+    EXPECT_EQ(dualsim_close(), 0);
+    EXPECT_EQ(dualsim_get_index(&index), -1);
+    EXPECT_EQ(index, -2);
+    EXPECT_EQ(dualsim_set_index(1, 1), -1);
+    EXPECT_EQ(dualsim_set_next_index(1), -1);
+    EXPECT_EQ(dualsim_reset_index(), -1);
+    EXPECT_EQ(dualsim_get_mode(&mode), -1);
+    EXPECT_EQ(mode, 5);
+    EXPECT_EQ(dualsim_set_mode(2), -1);
+    const char *unable[] = {"",
+                            ", unable to initialise",
+                            "",
+                            ", unable to get sim index",
+                            ", unable to set sim index",
+                            ", unable to set next sim index",
+                            ", unable to reset sim index",
+                            ", unable to get sim mode",
+                            ", unable to set sim mode"};
+    std::vector<std::string> expected;
+    for (const char *what : unable)
+        expected.push_back(std::string("600 This device doesn't support dual-sim") + what);
+    EXPECT_EQ(log.lines(), expected);
+}

@@ -1,0 +1,187 @@
+#include "command/cmdsock.h"
+#include "platform/paths.h"
+#include "support/log_capture.h"
+#include "support/temp_root.h"
+
+#include <cstring>
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static std::vector<std::string> strings(argument_vector &arguments)
+{
+    return {arguments.argv(), arguments.argv() + arguments.argc()};
+}
+
+TEST(cmdsock, requests_that_are_none)
+{
+    for (const char *text :
+         {"", "nonsense", "{\"a\":1}", "7", "\"text\"", "null", "[\"a\",1]", "[\"a\",null]",
+          "[[\"a\"]]", "[\"a\"", "[\"a\"] x", "[\"\xFF\"]", "[\"a\\u0000b\"]"}) {
+        argument_vector arguments;
+        EXPECT_EQ(cmdsock_unmarshal_request(text, arguments), -1) << text;
+        EXPECT_EQ(arguments.argc(), 0);
+    }
+}
+
+TEST(cmdsock, requests_become_argument_vectors)
+{
+    argument_vector arguments;
+    ASSERT_EQ(cmdsock_unmarshal_request("[]", arguments), 0);
+    EXPECT_EQ(arguments.argc(), 0);
+    EXPECT_EQ(arguments.argv()[0], nullptr);
+    ASSERT_EQ(
+        cmdsock_unmarshal_request(" [ \"tessera\" , \"-s\", \"\", \"\\u00e9\\n\" ] ", arguments),
+        0);
+    EXPECT_EQ(strings(arguments), (std::vector<std::string>{"tessera", "-s", "", "\xC3\xA9\n"}));
+    EXPECT_EQ(arguments.argv()[4], nullptr);
+}
+
+TEST(cmdsock, replies_are_compact_and_ordered)
+{
+    EXPECT_STREQ(cmdsock_marshal_reply(1, "a \"b\"\n").get(),
+                 "{\"results\":\"a \\\"b\\\"\\n\",\"ret_code\":1}");
+    const log_capture log;
+    EXPECT_EQ(cmdsock_marshal_reply(0, "bad \xFF"), nullptr);
+    EXPECT_EQ(cmdsock_marshal_reply(0, nullptr), nullptr);
+    EXPECT_TRUE(log.has("'bad \xFF' len: 5"));
+    EXPECT_TRUE(log.has("'(null)' len: -1"));
+    EXPECT_TRUE(log.has("300 Failed to marshal results: "));
+}
+
+class channel : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        server = cmdsock_server_open(cmdsock_path);
+        ASSERT_TRUE(server);
+        client = cmdsock_client_open("/tmp/client", cmdsock_path, error, sizeof(error));
+        ASSERT_TRUE(client) << error;
+    }
+
+    // One whole exchange; the argument vector as the server understood it.
+    std::vector<std::string> ask(const std::vector<const char *> &argv, int code,
+                                 const char *results)
+    {
+        EXPECT_EQ(cmdsock_send_request(client.get(), static_cast<int>(argv.size()), argv.data(),
+                                       error, sizeof(error)),
+                  0)
+            << error;
+        cmdsock_sender sender;
+        argument_vector arguments;
+        if (cmdsock_recv_request(server.get(), sender, arguments) == 0)
+            (void)cmdsock_send_reply(server.get(), sender, code, results);
+        return strings(arguments);
+    }
+
+    temp_root root;
+    unique_fd server, client;
+    char error[256] = "";
+};
+
+TEST_F(channel, a_request_and_its_reply)
+{
+    EXPECT_EQ(ask({"tessera", "-x", "grün"}, 1, "text\n"),
+              (std::vector<std::string>{"tessera", "-x", "grün"}));
+    int code = -1;
+    std::string results;
+    EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), 0) << error;
+    EXPECT_EQ(code, 1);
+    EXPECT_EQ(results, "text\n");
+    EXPECT_EQ(ask({}, 0, ""), std::vector<std::string>{});
+}
+
+TEST_F(channel, requests_that_cannot_be_sent)
+{
+    const char *not_utf8[] = {"tessera", "\xFF"};
+    EXPECT_EQ(cmdsock_send_request(client.get(), 2, not_utf8, error, sizeof(error)), -1);
+    EXPECT_STREQ(error, "Failed to build JSON message");
+    const std::string huge(cmdsock_datagram_max, 'x');
+    const char *too_long[] = {"tessera", huge.c_str()};
+    EXPECT_EQ(cmdsock_send_request(client.get(), 2, too_long, error, sizeof(error)), -1);
+    EXPECT_STREQ(error, "Message is too long");
+}
+
+TEST_F(channel, only_the_owner_and_the_group_may_connect)
+{
+    struct stat status;
+    ASSERT_EQ(stat(root.place(cmdsock_path).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0660u);
+    root.write("/etc/group", "root:x:0:\ntessera:x:4321:someone\n");
+    server = cmdsock_server_open(cmdsock_path);
+    ASSERT_EQ(stat(root.place(cmdsock_path).c_str(), &status), 0);
+    EXPECT_EQ(status.st_gid, geteuid() == 0 ? 4321u : getegid());
+}
+
+TEST_F(channel, an_empty_datagram_and_a_gone_client)
+{
+    const log_capture log;
+    cmdsock_sender sender;
+    argument_vector arguments;
+    ASSERT_EQ(send(client.get(), "", 0, 0), 0);
+    EXPECT_EQ(cmdsock_recv_request(server.get(), sender, arguments), -1);
+    EXPECT_EQ(log.count("300 Empty message from client"), 1);
+
+    ASSERT_EQ(send(client.get(), "[]", 2, 0), 2);
+    EXPECT_EQ(cmdsock_recv_request(server.get(), sender, arguments), 0);
+    client.reset();
+    unlink(root.place("/tmp/client").c_str());
+    EXPECT_EQ(cmdsock_send_reply(server.get(), sender, 0, "late"), -1);
+    EXPECT_EQ(log.count("700 Could not send message to tessera client: No such file or directory,"
+                        " it may have been terminated early"),
+              1);
+}
+
+TEST_F(channel, a_client_that_does_not_read_delays_nobody)
+{
+    const log_capture log;
+    cmdsock_sender sender;
+    argument_vector arguments;
+    ASSERT_EQ(send(client.get(), "[]", 2, 0), 2);
+    ASSERT_EQ(cmdsock_recv_request(server.get(), sender, arguments), 0);
+    const std::string large(60000, 'x');
+    int sent = 0;
+    while (sent < 10000 && cmdsock_send_reply(server.get(), sender, 0, large.c_str()) == 0)
+        sent++;
+    EXPECT_LT(sent, 10000) << "the queue must fill and the send return";
+    EXPECT_TRUE(log.has("it may have been terminated early"));
+}
+
+TEST_F(channel, broken_replies)
+{
+    for (const char *reply : {"", "x", "[]", "{\"results\":\"a\"}", "{\"ret_code\":0}",
+                              "{\"results\":1,\"ret_code\":0}",
+                              "{\"results\":\"\",\"ret_code\":\"0\"}", "{\"results\":\"cut"}) {
+        sockaddr_un address;
+        ASSERT_EQ(socket_address("/tmp/client", address, sizeof(address.sun_path)), 0);
+        ASSERT_EQ(sendto(server.get(), reply, strlen(reply), 0,
+                         reinterpret_cast<sockaddr *>(&address), sizeof(address)),
+                  static_cast<ssize_t>(strlen(reply)));
+        int code = 7;
+        std::string results = "untouched";
+        EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), -1);
+        EXPECT_EQ(code, 7) << reply;
+        EXPECT_EQ(results, "untouched") << reply;
+        EXPECT_STREQ(error, *reply ? "incomplete reply" : "empty message");
+    }
+}
+
+TEST(cmdsock, opening_says_what_is_wrong)
+{
+    const temp_root root;
+    char error[256] = "";
+    EXPECT_FALSE(cmdsock_client_open("/tmp/c", cmdsock_path, error, sizeof(error)));
+    EXPECT_STREQ(error, "socket /var/run/tessera.cmd: No such file or directory");
+    EXPECT_FALSE(cmdsock_client_open("/absent/c", cmdsock_path, error, sizeof(error)));
+    EXPECT_STREQ(error, "socket /absent/c: No such file or directory");
+    const std::string deep = "/" + std::string(120, 'd');
+    EXPECT_FALSE(cmdsock_client_open(deep.c_str(), cmdsock_path, error, sizeof(error)));
+    EXPECT_EQ(error, "socket " + deep + ": File name too long");
+    const log_capture log;
+    EXPECT_FALSE(cmdsock_server_open(deep.c_str()));
+    EXPECT_EQ(log.count("300 Could not bind server socket to " + deep + ": File name too long"), 1);
+    EXPECT_FALSE(cmdsock_server_open("/absent/socket"));
+}

@@ -1,0 +1,214 @@
+#include "support/appliance.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <thread>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char **environ;
+
+constexpr auto patience = std::chrono::seconds(60);
+constexpr auto glance = std::chrono::milliseconds(5);
+
+static std::string program(const std::string &name)
+{
+    return std::string(TESSERA_BIN_DIR) + "/" + name;
+}
+
+int reap(pid_t pid)
+{
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR)
+        ;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+static pid_t spawn(const std::string &name, std::vector<std::string> arguments,
+                   std::vector<std::string> environment, const std::string &out,
+                   const std::string &err)
+{
+    arguments.insert(arguments.begin(), program(name));
+    for (char **entry = environ; *entry; entry++)
+        environment.emplace_back(*entry);
+    const auto pointers = [](std::vector<std::string> &texts) {
+        std::vector<char *> all;
+        for (std::string &text : texts)
+            all.push_back(text.data());
+        all.push_back(nullptr);
+        return all;
+    };
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    pid_t pid = -1;
+    const int error = posix_spawn(&pid, program(name).c_str(), &actions, nullptr,
+                                  pointers(arguments).data(), pointers(environment).data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0)
+        ADD_FAILURE() << program(name) << ": " << strerror(error);
+    return error == 0 ? pid : -1;
+}
+
+void appliance::SetUp()
+{
+    std::filesystem::create_directories(root.place("/test"));
+}
+
+void appliance::TearDown()
+{
+    if (daemon_ > 0) {
+        kill(daemon_, SIGKILL);
+        reap(daemon_);
+    }
+    stop_sim();
+    if (HasFailure())
+        std::cerr << "---- daemon\n" << daemon_log() << "---- modem\n" << modem_log();
+}
+
+void appliance::start_sim(const std::string &family, const std::string &scenario)
+{
+    root.write("/test/scenario.json", scenario);
+    sim_ = spawn("tessera-sim",
+                 {"--family", family, "--root", root.path(), "--scenario",
+                  root.place("/test/scenario.json")},
+                 {}, root.place("/test/sim.out"), root.place("/test/sim.err"));
+    wait_for("the simulator", [&] {
+        return !root.read("/var/run/tessera-sim.pid").empty() ||
+               waitpid(sim_, nullptr, WNOHANG) != 0;
+    });
+    ASSERT_EQ(root.read("/test/sim.err"), "");
+}
+
+std::string appliance::tell_sim(const std::string &json)
+{
+    const client_result answer =
+        run_program("tessera-sim", {"--root", root.path(), "--tell", json});
+    EXPECT_EQ(answer.code, 0) << answer.out << answer.err;
+    return answer.out;
+}
+
+void appliance::stop_sim()
+{
+    if (sim_ <= 0)
+        return;
+    kill(sim_, SIGTERM);
+    EXPECT_EQ(reap(sim_), 0) << root.read("/test/sim.err");
+    sim_ = -1;
+}
+
+pid_t appliance::spawn_daemon(const std::vector<std::string> &environment)
+{
+    std::vector<std::string> all = environment;
+    all.push_back("TESSERA_ROOT=" + root.path());
+    all.push_back("TESSERA_TIME_SCALE=" + time_scale);
+    all.push_back("TESSERA_LOG=stream");
+    daemon_ =
+        spawn("tesserad", {}, all, root.place("/test/daemon.out"), root.place("/test/daemon.log"));
+    return daemon_;
+}
+
+void appliance::start_daemon()
+{
+    const int starts = count(daemon_log(), "start time:");
+    spawn_daemon();
+    wait_for_log("start time:", starts + 1);
+}
+
+int appliance::wait_daemon()
+{
+    const int status = reap(daemon_);
+    daemon_ = -1;
+    return status;
+}
+
+int appliance::stop_daemon(int signo)
+{
+    kill(daemon_, signo);
+    return wait_daemon();
+}
+
+appliance::running_client appliance::spawn_tessera(const std::vector<std::string> &arguments)
+{
+    const std::string base = root.place("/test/client" + std::to_string(serial_++));
+    const pid_t pid =
+        spawn("tessera", arguments, {"TESSERA_ROOT=" + root.path(), "TESSERA_TIME_SCALE=1"},
+              base + ".out", base + ".err");
+    return {pid, base + ".out", base + ".err"};
+}
+
+client_result appliance::finish(const running_client &client)
+{
+    return run_files(client.pid, client.out_path, client.err_path);
+}
+
+client_result appliance::run_files(pid_t pid, const std::string &out, const std::string &err)
+{
+    const auto content = [&](const std::string &path) {
+        return root.read(path.substr(root.path().size()));
+    };
+    const int code = pid > 0 ? reap(pid) : -1;
+    return {code, content(out), content(err)};
+}
+
+client_result appliance::tessera(const std::vector<std::string> &arguments)
+{
+    return finish(spawn_tessera(arguments));
+}
+
+client_result appliance::run_program(const std::string &name,
+                                     const std::vector<std::string> &arguments,
+                                     std::vector<std::string> environment)
+{
+    const std::string base = root.place("/test/program" + std::to_string(serial_++));
+    environment.push_back("TESSERA_ROOT=" + root.path());
+    const pid_t pid = spawn(name, arguments, environment, base + ".out", base + ".err");
+    return run_files(pid, base + ".out", base + ".err");
+}
+
+std::string appliance::daemon_log() const
+{
+    return root.read("/test/daemon.log");
+}
+
+std::string appliance::modem_log() const
+{
+    return root.read("/var/log/modem.log");
+}
+
+std::string appliance::shell_log() const
+{
+    return root.read("/var/log/shell.log");
+}
+
+int appliance::count(const std::string &text, const std::string &part) const
+{
+    int found = 0;
+    for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + part.size()))
+        found++;
+    return found;
+}
+
+void appliance::wait_for(const std::string &what, const std::function<bool()> &condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!condition()) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "waited in vain for " << what;
+        std::this_thread::sleep_for(glance);
+    }
+}
+
+void appliance::wait_for_log(const std::string &part, int times)
+{
+    wait_for("log line: " + part, [&] { return count(daemon_log(), part) >= times; });
+}

@@ -1,0 +1,16 @@
+// The information service of unit tests, linked instead of the real one: records what is pushed and
+// fails on demand. One at a time.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct fake_infod {
+    fake_infod();
+    ~fake_infod();
+
+    std::vector<std::string> pushed; // "text KEY=VALUE" or "long KEY=VALUE"
+    int start_result = 0;            // what a session's start returns
+    int start_errno = 0;
+    int sessions_open = 0;
+};

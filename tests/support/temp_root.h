@@ -1,0 +1,28 @@
+// A private root directory for one test, removed at its end. TESSERA_ROOT points to it meanwhile.
+#pragma once
+
+#include <string>
+
+class temp_root
+{
+public:
+    temp_root();
+    ~temp_root();
+    temp_root(const temp_root &) = delete;
+    temp_root &operator=(const temp_root &) = delete;
+
+    [[nodiscard]] const std::string &path() const { return path_; }
+
+    // The place of a fixed path in this root.
+    [[nodiscard]] std::string place(const std::string &fixed_path) const
+    {
+        return path_ + fixed_path;
+    }
+
+    // Writes a file, with its directories; reads one ("" when there is none).
+    void write(const std::string &fixed_path, const std::string &content) const;
+    [[nodiscard]] std::string read(const std::string &fixed_path) const;
+
+private:
+    std::string path_;
+};
