@@ -1,11 +1,13 @@
 #include "sim/family.h"
 
 #include "sim/directip.h"
+#include "sim/gsm.h"
 
 #include <array>
 
-static constexpr std::array<const sim_family *, 1> all_families = {
+static constexpr std::array<const sim_family *, 2> all_families = {
     &directip_family,
+    &gsm_family,
 };
 
 std::span<const sim_family *const> families()

@@ -23,7 +23,7 @@
 constexpr int mutex_wait_ms = 5000;
 constexpr int server_start_ms = 10000;
 // A program takes the time it takes to start, whatever the time scale says.
-constexpr int server_start_min_ms = 5000;
+constexpr int server_start_min_ms = 3000;
 constexpr int greeting_ms = 1000;
 constexpr int look_again_ms = 20;
 

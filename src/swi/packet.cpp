@@ -13,7 +13,7 @@ int swi_packet_writer::add(const swi_layout &layout, const void *record)
     return 0;
 }
 
-int swi_packet_writer::add(std::span<const uint8_t> bytes)
+int swi_packet_writer::add_bytes(std::span<const uint8_t> bytes)
 {
     if (used_ > out_.size() || bytes.size() > out_.size() - used_)
         return -1;

@@ -17,7 +17,7 @@ public:
 
     // Appends a record, or bytes as they are. 0, or -1 when there is no room.
     [[nodiscard]] int add(const swi_layout &layout, const void *record);
-    [[nodiscard]] int add(std::span<const uint8_t> bytes);
+    [[nodiscard]] int add_bytes(std::span<const uint8_t> bytes);
     template <class Record>
     [[nodiscard]] int add(const Record &record)
     {
