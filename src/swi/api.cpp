@@ -68,6 +68,7 @@ int swi_api_open(const swi_start_parameters &parameters)
         return swi_system_error;
     swi_api.start = parameters;
     swi_api.closing = false;
+    swi_api.technology = 0;
     const int result = open_channels();
     swi_api.open = result == swi_ok;
     swi_api.initialised = result == swi_ok;
