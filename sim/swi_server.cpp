@@ -274,6 +274,9 @@ void swi_server::accept_server()
         accept4(server_listener_.socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!fd || server_ || refusing_)
         return; // its end of the line closes, and it ends
+    ucred program = {};
+    socklen_t length = sizeof(program);
+    (void)getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &program, &length);
     server_ = std::make_unique<packet_line>(
         services_.loop, std::move(fd), [](std::string_view) {},
         [this] {
@@ -281,7 +284,7 @@ void swi_server::accept_server()
             stop_serving();
             server_.reset();
         });
-    services_.log.note("swisdk started");
+    services_.log.note("swisdk started, process " + std::to_string(program.pid));
     serve();
     server_->send("serve");
 }
