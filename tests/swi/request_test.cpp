@@ -296,20 +296,17 @@ TEST_F(swi_requests, every_flipped_bit_is_survived)
 
 TEST_F(swi_requests, a_late_response_is_not_taken_for_the_next_one)
 {
-    std::vector<packet> late;
-    server.set_answer([&](const fake_request &request) {
-        swi_rssi_ber signal;
-        signal.rssi = -111;
-        late.push_back(respond_with(request, signal));
-        return packets();
-    });
+    server.set_answer([](const fake_request &) { return packets(); });
     EXPECT_EQ(get_signal(), swi_no_response);
+    swi_rssi_ber old;
+    old.rssi = -111;
+    const packet late = respond_with(server.requests().back(), old);
     // It arrives while nobody asks, and once more in front of the right answer.
-    server.interject(late.front());
+    server.interject(late);
     server.set_answer([&](const fake_request &request) {
-        swi_rssi_ber signal;
-        signal.rssi = -71;
-        return packets{late.front(), respond_with(request, signal)};
+        swi_rssi_ber present;
+        present.rssi = -71;
+        return packets{late, respond_with(request, present)};
     });
     swi_rssi_ber signal;
     EXPECT_EQ(swi_get_rssi_ber(signal, timeout_ms), swi_ok);
@@ -323,11 +320,13 @@ TEST_F(swi_requests, a_server_that_dies_ends_the_request_and_can_be_reopened)
 {
     EXPECT_TRUE(swi_api_alive());
     EXPECT_EQ(swi_api_reopen(), swi_ok) << "nothing to do";
-    server.set_answer([&](const fake_request &) {
-        std::thread([this] { server.die(); }).detach();
-        return packets();
+    server.set_answer([](const fake_request &) { return packets(); });
+    std::thread killer([this] {
+        wait_for([this] { return !server.requests().empty(); });
+        server.die();
     });
     EXPECT_EQ(get_signal(), swi_no_response);
+    killer.join();
     wait_for([] { return !swi_api_alive(); });
     EXPECT_EQ(get_signal(), swi_no_response) << "between requests";
     EXPECT_EQ(swi_api_reopen(), swi_system_error) << "there is no program to start";

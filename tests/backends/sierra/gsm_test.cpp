@@ -81,10 +81,10 @@ protected:
 
     cellmodem *modem = nullptr;
     fake_infod infod;
-    fake_swi_server server;
     std::mutex mutex;
     std::map<uint16_t, std::function<packet(const fake_request &)>> answers_;
     std::map<uint16_t, bool> silent_;
+    fake_swi_server server; // its thread uses the members above
 };
 
 // ---- attach and notifications
