@@ -99,6 +99,7 @@ static std::vector<std::string> below_root(const sim_services &services,
                                            const std::vector<std::string> &paths)
 {
     std::vector<std::string> rooted;
+    rooted.reserve(paths.size());
     for (const std::string &path : paths)
         rooted.push_back(services.root + path);
     return rooted;

@@ -13,7 +13,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-static constexpr size_t datagram_bytes_max = 64 * 1024;
+static constexpr size_t datagram_bytes_max = 65536;
 static constexpr int answer_wait_ms = 5000;
 
 static int make_address(const std::string &path, struct sockaddr_un &address)

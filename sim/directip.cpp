@@ -104,7 +104,7 @@ static at_reply run_nothing(directip_modem &, std::string_view)
 
 static at_reply run_echo(directip_modem &modem, std::string_view argument)
 {
-    if (argument != "" && argument != "0" && argument != "1")
+    if (!argument.empty() && argument != "0" && argument != "1")
         return at_error();
     modem.state.echo = argument == "1";
     return {};

@@ -6,11 +6,11 @@
 #include <charconv>
 #include <cstdlib>
 
-static constexpr size_t text_bytes_max = 64 * 1024;
+static constexpr size_t text_bytes_max = 65536;
 
 int json_refuse(json_refusal &refusal, std::string key, std::string reason)
 {
-    refusal.path.assign(1, std::move(key));
+    refusal.path = {std::move(key)};
     refusal.reason = std::move(reason);
     return -1;
 }

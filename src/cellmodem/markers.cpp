@@ -30,14 +30,18 @@ bool cellmodem_is_lte()
 
 int holding_create()
 {
-    FILE *file = fopen(rooted(holding_path).c_str(), "we");
-    if (!file) {
-        log_message(log_error, "Failed to create holding file: %s", holding_path);
-        return -1;
-    }
-    fprintf(file, "%ld\n", static_cast<long>(getpid()));
-    fclose(file);
-    return 0;
+    // Written beside its place first: without the owner in it, a file that is left when the daemon
+    // is killed would block every later start.
+    const std::string place = rooted(holding_path);
+    const std::string draft = place + ".new";
+    FILE *file = fopen(draft.c_str(), "we");
+    bool written = file && fprintf(file, "%ld\n", static_cast<long>(getpid())) > 0;
+    written = file && fclose(file) == 0 && written;
+    if (written && rename(draft.c_str(), place.c_str()) == 0)
+        return 0;
+    unlink(draft.c_str());
+    log_message(log_error, "Failed to create holding file: %s", holding_path);
+    return -1;
 }
 
 void holding_remove()

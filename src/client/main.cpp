@@ -39,17 +39,18 @@ static void on_signal(int signo)
 // Makes the directory and names the socket in it, as a fixed path without the root. 0 or -1.
 static int make_socket_path(std::string &path)
 {
-    std::string place = rooted("/tmp/tessera.XXXXXX");
-    const size_t root_length = place.size() - strlen("/tmp/tessera.XXXXXX");
-    if (place.size() + strlen("/s") >= sizeof(socket_place)) {
+    const std::string fixed = "/tmp/tessera.XXXXXX";
+    std::string directory = rooted(fixed);
+    if (directory.size() + strlen("/s") > cmdsock_client_path_max) {
         errno = ENAMETOOLONG;
         return -1;
     }
-    if (!mkdtemp(place.data()))
+    if (!mkdtemp(directory.data()))
         return -1;
-    snprintf(socket_directory, sizeof(socket_directory), "%s", place.c_str());
-    snprintf(socket_place, sizeof(socket_place), "%.100s/s", place.c_str());
-    path = std::string(socket_place).substr(root_length);
+    const std::string place = directory + "/s";
+    memcpy(socket_directory, directory.c_str(), directory.size() + 1);
+    memcpy(socket_place, place.c_str(), place.size() + 1);
+    path = place.substr(directory.size() - fixed.size());
     return 0;
 }
 
@@ -86,8 +87,9 @@ int main(int argc, char **argv)
         fputs("tessera: TESSERA_ROOT must be an absolute path\n", stderr);
         return EXIT_FAILURE;
     }
-    for (const int signo : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
-        signal(signo, on_signal);
+    for (const int signo : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE})
+        if (signal(signo, on_signal) == SIG_IGN)
+            signal(signo, SIG_IGN); // nohup's, or a shell's for its background
     std::atexit(remove_socket);
 
     int ret_code = EXIT_FAILURE;

@@ -18,7 +18,6 @@
 #include <unistd.h>
 
 constexpr size_t json_flags = JSON_COMPACT | JSON_PRESERVE_ORDER;
-constexpr size_t client_path_max = 104;
 constexpr mode_t socket_mode = 0660;
 constexpr const char *socket_group = "tessera";
 constexpr gid_t no_group = static_cast<gid_t>(-1);
@@ -206,7 +205,7 @@ unique_fd cmdsock_client_open(const char *client_path, const char *server_path, 
         return unique_fd();
     };
     sockaddr_un client, server;
-    if (socket_address(client_path, client, client_path_max) != 0)
+    if (socket_address(client_path, client, cmdsock_client_path_max) != 0)
         return fail("open", client_path);
     unlink(client.sun_path);
     unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -214,7 +213,7 @@ unique_fd cmdsock_client_open(const char *client_path, const char *server_path, 
         return fail("open", client_path);
     if (bind(fd.get(), generic(client), sizeof(client)) != 0)
         return fail("bind", client_path);
-    if (socket_address(server_path, server, client_path_max) != 0 ||
+    if (socket_address(server_path, server, cmdsock_client_path_max) != 0 ||
         connect(fd.get(), generic(server), sizeof(server)) != 0)
         return fail("connect", server_path);
     return fd;

@@ -15,8 +15,9 @@
 #include <sys/un.h>
 
 constexpr const char *cmdsock_path = "/var/run/tessera.cmd";
-constexpr size_t cmdsock_datagram_max = 65536; // what either side reads
-constexpr int cmdsock_timeout_ms = 15000;      // the client's, for sending and for the reply
+constexpr size_t cmdsock_datagram_max = 65536;  // what either side reads
+constexpr size_t cmdsock_client_path_max = 104; // both paths of a client, with the root
+constexpr int cmdsock_timeout_ms = 15000;       // the client's, for sending and for the reply
 
 // A client to answer.
 struct cmdsock_sender {

@@ -165,8 +165,8 @@ constexpr const char *usage_after_rats[] = {
     "\t 5 = reserved",
     "\t 6 = Italy",
     " --rtn --msl=[MSL]",
-    " --dip_connect --apn=[Access Point Name] --apn_type=[ipv4|ipv4v6|ipv6]--auth=[AUTH TYPE]"
-    " --username=[USER] --password=[PASSWORD] Sierra DirectIP Data Call",
+    (" --dip_connect --apn=[Access Point Name] --apn_type=[ipv4|ipv4v6|ipv6]--auth=[AUTH TYPE]"
+     " --username=[USER] --password=[PASSWORD] Sierra DirectIP Data Call"),
     "\t Note: This function returns 0 when the interface is up and has an IP address",
     " --connstatus Returns 0 if the data connection is up, 1 if its down",
     " --ping Returns 0 if the modem responds, 1 if not",

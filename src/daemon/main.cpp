@@ -74,7 +74,8 @@ static void detect_carrier()
 {
     const char *const argv[] = {carrier_script, nullptr};
     int exit_status = -1;
-    if (tarnwick_proc_exec(carrier_script, argv, &exit_status, 0) != 0 || exit_status != 0)
+    const int ran = tarnwick_proc_exec(carrier_script, argv, &exit_status, 0);
+    if ((ran != 0 || exit_status != 0) && !clock_stopped())
         log_message(log_error, "Failed to detect cellular carrier: %d", exit_status);
 }
 

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <new>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -144,22 +145,42 @@ static void check_modem(loop_state &loop)
 
 // ---- a command
 
+// The stream that a command writes to, and its text.
+struct result_stream {
+    char *text = nullptr;
+    size_t length = 0;
+    FILE *file = open_memstream(&text, &length);
+
+    result_stream() = default;
+    result_stream(const result_stream &) = delete;
+    result_stream &operator=(const result_stream &) = delete;
+    ~result_stream()
+    {
+        finish();
+        free(text);
+    }
+    const char *finish()
+    {
+        if (file)
+            fclose(file);
+        file = nullptr;
+        return text;
+    }
+};
+
 static void serve_command(loop_state &loop)
 {
     cmdsock_sender sender;
     argument_vector arguments;
     if (cmdsock_recv_request(loop.socket.get(), sender, arguments) != 0)
         return;
-    char *results = nullptr;
-    size_t length = 0;
-    FILE *out = open_memstream(&results, &length);
-    if (!out)
+    result_stream results;
+    if (!results.file)
         return;
-    const int ret_code = tessera_command(tesserad.modem, arguments.argc(), arguments.argv(), out,
-                                         &tesserad.reconfigure_requested, &tesserad.quit_requested);
-    fclose(out);
-    (void)cmdsock_send_reply(loop.socket.get(), sender, ret_code, results);
-    free(results);
+    const int ret_code =
+        tessera_command(tesserad.modem, arguments.argc(), arguments.argv(), results.file,
+                        &tesserad.reconfigure_requested, &tesserad.quit_requested);
+    (void)cmdsock_send_reply(loop.socket.get(), sender, ret_code, results.finish());
 }
 
 // ---- the loop
@@ -206,7 +227,11 @@ static void run_round(loop_state &loop)
     if (ready == 0) {
         check_modem(loop);
     } else if (ready > 0 && waited.revents == POLLIN) {
-        serve_command(loop);
+        try {
+            serve_command(loop);
+        } catch (const std::bad_alloc &) {
+            log_message(log_error, "Out of memory, a command was dropped");
+        }
     } else if (ready > 0) {
         log_message(log_error, "Unexpected poll result: %d", waited.revents);
     } else if (ready < -1) {
@@ -214,6 +239,8 @@ static void run_round(loop_state &loop)
         tesserad.quit_requested = true;
     }
     take_signals();
+    if (tesserad.quit_requested && ready != 0)
+        log_message(log_info, "service has been commanded to quit");
 }
 
 int tesserad_main_loop()
@@ -223,7 +250,6 @@ int tesserad_main_loop()
         return -1;
     while (!tesserad.quit_requested)
         run_round(loop);
-    log_message(log_info, "service has been commanded to quit");
     unlink(rooted(pause_path).c_str());
     return 0;
 }

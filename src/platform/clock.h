@@ -11,8 +11,7 @@
 
 struct pollfd;
 
-// Prepares the pipes and makes short sleeps exact (the kernel's default slack would add half again
-// to a sleep of 100 us). Called once by the daemon's main thread; waits work without it, but then
+// Prepares the pipes. Called once by the daemon's main thread; waits work without it, but then
 // nothing ends them early. 0, or -1 with errno.
 int clock_init();
 
@@ -29,7 +28,8 @@ int clock_init();
 // Sleeps; a second or more is scaled. Returns early once termination was requested.
 void clock_sleep_ms(int ms);
 
-// A short pause inside a protocol, never scaled, not ended by anything. Below a tenth of a second.
+// A short pause inside a protocol, exact, never scaled, not ended by anything. Below a tenth of a
+// second.
 void clock_pause_us(int us);
 
 // Waits until `fd` has input (or was hung up), for at most timeout_ms as it stands. 1 when it has,

@@ -11,10 +11,11 @@ extern "C" {
 // (missing, read-only, held by another program).
 int infod_push_multiple_start(int *handle);
 
-// Adds one value under `key`; `count` is the number of values, always 1 here. 0, or nonzero.
+// Adds one value under `key`; `count` is the number of values, always 1 here. 0, or nonzero with
+// errno.
 int infod_push_multiple_text(int handle, const char *key, int count, const char *text);
 int infod_push_multiple_long(int handle, const char *key, int count, long value);
 
-// Ends the session of the handle and publishes its values. 0, or nonzero: they are lost.
+// Ends the session of the handle and publishes its values. 0, or nonzero with errno: they are lost.
 int infod_push_multiple_end(int handle);
 }

@@ -6,13 +6,59 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <string>
 
 #include <log4c.h>
 #include <log4c/appender_type_stream.h>
 #include <log4c/appender_type_syslog.h>
-#include <log4c/layout_type_dated.h>
+
+// log4c's own layouts cut a line at about a kilobyte and lose its end; a modem's whole response is
+// longer. Control bytes become escapes, so that what a modem says cannot look like a line of ours.
+static std::string rendered;
+
+static void append_escaped(const char *text)
+{
+    for (const char *p = text; *p; p++) {
+        const auto byte = static_cast<unsigned char>(*p);
+        char escape[8];
+        if (byte >= 0x20 && byte != 0x7F) {
+            rendered.push_back(*p);
+            continue;
+        }
+        if (byte == '\n' || byte == '\r' || byte == '\t')
+            snprintf(escape, sizeof(escape), "\\%c", byte == '\n' ? 'n' : byte == '\r' ? 'r' : 't');
+        else
+            snprintf(escape, sizeof(escape), "\\x%02X", byte);
+        rendered += escape;
+    }
+}
+
+static const char *format_syslog(const log4c_layout_t *, const log4c_logging_event_t *event)
+{
+    rendered.clear();
+    append_escaped(event->evt_msg);
+    return rendered.c_str();
+}
+
+static const char *format_stream(const log4c_layout_t *, const log4c_logging_event_t *event)
+{
+    char start[96];
+    tm local = {};
+    const time_t seconds = event->evt_timestamp.tv_sec;
+    localtime_r(&seconds, &local);
+    const size_t length = strftime(start, sizeof(start), "%Y%m%d %H:%M:%S", &local);
+    snprintf(start + length, sizeof(start) - length, ".%03d %-8s ",
+             static_cast<int>(event->evt_timestamp.tv_usec / 1000),
+             log4c_priority_to_string(event->evt_priority));
+    rendered.assign(start).append(event->evt_category).append("- ");
+    append_escaped(event->evt_msg);
+    return rendered.append("\n").c_str();
+}
+
+constexpr log4c_layout_type_t syslog_layout = {"tessera-syslog", format_syslog};
+constexpr log4c_layout_type_t stream_layout = {"tessera-stream", format_stream};
 
 static struct {
     std::mutex mutex; // log4c renders into buffers that its objects share
@@ -35,13 +81,12 @@ int log_open(const char *name)
         return -1;
     log4c_appender_set_type(appender,
                             stream ? &log4c_appender_type_stream : &log4c_appender_type_syslog);
-    if (stream) {
-        log4c_layout_t *layout = log4c_layout_get("dated");
-        if (layout) {
-            log4c_layout_set_type(layout, &log4c_layout_type_dated);
-            log4c_appender_set_layout(appender, layout);
-        }
-    }
+    const log4c_layout_type_t &kind_of_layout = stream ? stream_layout : syslog_layout;
+    log4c_layout_t *layout = log4c_layout_get(kind_of_layout.name);
+    if (!layout)
+        return -1;
+    log4c_layout_set_type(layout, &kind_of_layout);
+    log4c_appender_set_layout(appender, layout);
     log4c_category_set_appender(category, appender);
     log4c_category_set_priority(category, state.threshold);
     state.category = category;

@@ -25,5 +25,6 @@ void log_set_threshold(int priority);
 // Sends all lines to `sink` instead, for tests; null ends that.
 void log_set_sink(log_sink sink);
 
-// Writes one line. A line feed at the end of the text is not part of the line.
+// Writes one line. A line feed at the end of the text is not part of the line; other control
+// characters are written as escapes.
 __attribute__((format(printf, 2, 3))) void log_message(int priority, const char *format, ...);

@@ -188,7 +188,8 @@ int process_shell(const char *line)
 
     int status = -1;
     if (run(rooted(chosen.program), argv.data(), &status) != 0) {
-        log_message(log_debug, "Could not run: %s: %s", line, strerror(errno));
+        if (!clock_stopped())
+            log_message(log_debug, "Could not run: %s: %s", line, strerror(errno));
         return -1;
     }
     if (status != 0)

@@ -1,9 +1,11 @@
 #include "publish/output.h"
 
 #include "cellmodem/cellmodem.h"
+#include "platform/log.h"
 #include "publish/push.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cinttypes>
 #include <cstring>
 
@@ -93,13 +95,21 @@ struct infod_key {
     }
 };
 
+// A value that infod did not take costs its line in the log and nothing else.
+static void report_lost(int code)
+{
+    if (code != 0)
+        log_message(log_error, "Could not open infod socket: %d: %s (%d)", errno, strerror(errno),
+                    code);
+}
+
 void output_text(FILE *out, const char *key, const char *value, int mode, bool push)
 {
     if (!value)
         return;
     write_pair(out, key, value, mode);
     if (push)
-        (void)push_text(infod_key(key).text, value);
+        report_lost(push_text(infod_key(key).text, value));
 }
 
 void output_hex(FILE *out, const char *key, uint32_t value, int mode, bool push)
@@ -108,7 +118,7 @@ void output_hex(FILE *out, const char *key, uint32_t value, int mode, bool push)
     snprintf(text, sizeof(text), "0x%" PRIx32, value);
     write_pair(out, key, text, mode);
     if (push)
-        (void)push_long(infod_key(key).text, static_cast<long>(value));
+        report_lost(push_long(infod_key(key).text, static_cast<long>(value)));
 }
 
 void output_longlong(FILE *out, const char *key, int64_t value, int mode, bool push)
@@ -117,7 +127,7 @@ void output_longlong(FILE *out, const char *key, int64_t value, int mode, bool p
     snprintf(text, sizeof(text), "%" PRId64, value);
     write_pair(out, key, text, mode);
     if (push)
-        (void)push_long(infod_key(key).text, static_cast<int32_t>(value & 0xFFFFFFFF));
+        report_lost(push_long(infod_key(key).text, static_cast<int32_t>(value & 0xFFFFFFFF)));
 }
 
 void output_ipv4(FILE *out, const char *key, const in_addr &address, int mode, bool push)

@@ -1,10 +1,8 @@
 #include "publish/push.h"
 
 #include "platform/infod.h"
-#include "platform/log.h"
 
 #include <cerrno>
-#include <cstring>
 
 // Opens a session, lets `put` add its value and closes it.
 template <class Put>
@@ -12,16 +10,11 @@ static int push_one(Put put)
 {
     int handle = -1;
     errno = 0;
-    const int opened = infod_push_multiple_start(&handle);
-    if (opened != 0) {
-        log_message(log_error, "Could not open infod socket: %d: %s (%d)", errno, strerror(errno),
-                    opened);
-        return -1;
-    }
-    int result = put(handle);
-    if (handle != -1 && infod_push_multiple_end(handle) != 0)
-        result = -1;
-    return result == 0 ? 0 : -1;
+    if (const int code = infod_push_multiple_start(&handle); code != 0)
+        return code;
+    const int put_code = put(handle);
+    const int end_code = handle != -1 ? infod_push_multiple_end(handle) : 0;
+    return put_code != 0 ? put_code : end_code;
 }
 
 int push_text(const char *key, const char *value)

@@ -56,9 +56,10 @@ int publish_attached(cellmodem &modem, bool attached)
     log_message(log_info, "%s -> %d", key.text, attached);
     const int pushed = push_long(key.text, attached);
     modem.attached = attached;
-    if (pushed != 0)
-        log_message(log_error, "Failed to write new modem attached state to infod");
-    return pushed;
+    if (pushed == 0)
+        return 0;
+    log_message(log_error, "Failed to write new modem attached state to infod");
+    return -1;
 }
 
 static int publish_name(std::atomic<int> &field, int state, const char *name,
@@ -72,9 +73,10 @@ static int publish_name(std::atomic<int> &field, int state, const char *name,
     log_message(log_info, "%s changed from %s -> %s", key.text, state_name(old), state_name(state));
     const int pushed = push_text(key.text, state_name(state));
     field = state;
-    if (pushed != 0)
-        log_message(log_error, "%s", failure);
-    return pushed;
+    if (pushed == 0)
+        return 0;
+    log_message(log_error, "%s", failure);
+    return -1;
 }
 
 int publish_device_state(cellmodem &modem, int state)

@@ -2,10 +2,12 @@
 #include "cellmodem/cellmodem.h"
 #include "cellmodem/dualsim.h"
 #include "cellmodem/markers.h"
+#include "cellmodem/slot.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 
 #include <cstring>
+#include <new>
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -46,6 +48,22 @@ TEST(cellmodem, a_record_starts_empty_and_ends_twice_without_harm)
     EXPECT_EQ(modem, nullptr);
     cellmodem_destroy(&modem);
     EXPECT_EQ(modem, nullptr);
+}
+
+static int throws_for(int number)
+{
+    if (number == 1)
+        throw std::bad_alloc();
+    return number;
+}
+
+TEST(cellmodem, nothing_thrown_gets_past_a_slot)
+{
+    const log_capture log;
+    int (*const through_a_slot)(int) = slot<throws_for>;
+    EXPECT_EQ(through_a_slot(0), 0);
+    EXPECT_EQ(through_a_slot(1), -1);
+    EXPECT_EQ(log.count("300 Operation given up: std::bad_alloc"), 1);
 }
 
 // Which family the markers select: its type, or the line that its failure logs.

@@ -12,6 +12,8 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -117,6 +119,25 @@ TEST(infod, a_store_that_cannot_be_written_fails_and_recovers)
     std::filesystem::remove(root.place("/var/run/infod.db"));
     EXPECT_EQ(push("k", "again", 0), 0);
     EXPECT_EQ(query(root, "SELECT value FROM info WHERE key = 'k'"), "again");
+}
+
+TEST(infod, a_store_that_fills_up_says_so)
+{
+    const temp_root root;
+    ASSERT_EQ(push("k", "v", 0), 0);
+    // No file may grow beyond what is there, as on a full file system.
+    struct stat status;
+    ASSERT_EQ(stat(root.place("/var/run/infod.db-wal").c_str(), &status), 0);
+    const rlimit tight = {static_cast<rlim_t>(status.st_size), RLIM_INFINITY};
+    signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
+    errno = 0;
+    EXPECT_EQ(push("k", "lost", 0), -1);
+    EXPECT_NE(errno, 0);
+    const rlimit wide = {RLIM_INFINITY, RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &wide), 0);
+    EXPECT_EQ(query(root, "SELECT value FROM info WHERE key = 'k'"), "v");
+    EXPECT_EQ(push("k", "kept", 0), 0);
 }
 
 TEST(infod, a_writer_elsewhere_costs_the_value_not_the_service)

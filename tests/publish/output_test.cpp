@@ -90,6 +90,17 @@ TEST(output, a_lost_value_is_logged_and_the_record_goes_on)
     EXPECT_EQ(infod.pushed.size(), 0u);
 }
 
+TEST(output, a_value_lost_at_the_end_of_its_session_is_logged_too)
+{
+    fake_infod infod;
+    infod.end_result = 9;
+    const log_capture log;
+    (void)write_record(output_lines);
+    EXPECT_TRUE(log.has("300 Could not open infod socket: "));
+    EXPECT_EQ(log.lines().size(), 5u);
+    EXPECT_EQ(infod.sessions_open, 0);
+}
+
 TEST(state, a_change_is_pushed_once)
 {
     fake_infod infod;
@@ -123,6 +134,7 @@ TEST(state, a_failed_push_is_reported_and_remembered)
     EXPECT_EQ(publish_attached(modem, true), -1);
     EXPECT_EQ(publish_device_state(modem, device_unresponsive), -1);
     EXPECT_EQ(publish_session_state(modem, session_connected), -1);
+    EXPECT_FALSE(log.has("Could not open")) << "one line for one failure";
     EXPECT_EQ(log.count("300 Failed to write new modem attached state to infod"), 1);
     EXPECT_EQ(log.count("300 Failed to write new modem state to infod"), 1);
     EXPECT_EQ(log.count("300 Failed to write new session state to infod"), 1);

@@ -43,5 +43,5 @@ int infod_push_multiple_long(int, const char *key, int, long value)
 int infod_push_multiple_end(int)
 {
     current->sessions_open--;
-    return 0;
+    return current->end_result;
 }

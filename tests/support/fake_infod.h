@@ -12,5 +12,6 @@ struct fake_infod {
     std::vector<std::string> pushed; // "text KEY=VALUE" or "long KEY=VALUE"
     int start_result = 0;            // what a session's start returns
     int start_errno = 0;
+    int end_result = 0; // what its end returns
     int sessions_open = 0;
 };

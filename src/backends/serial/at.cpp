@@ -51,7 +51,7 @@ static int read_response(int *empty_reads)
 {
     size_t length = 0;
     int retries = 0;
-    while (retries < empty_reads_max && length < at_response_max) {
+    while (retries < empty_reads_max && length < at_response_max && !clock_stopped()) {
         clock_pause_us(read_pause_us);
         errno = 0;
         const ssize_t got =

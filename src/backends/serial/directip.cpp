@@ -4,6 +4,7 @@
 #include "backends/serial/port.h"
 #include "backends/wwan.h"
 #include "cellmodem/cellmodem.h"
+#include "cellmodem/slot.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/text.h"
@@ -293,15 +294,15 @@ static int sierra_directip_lte_disconnect(cellmodem &)
 // ---- the family
 
 constexpr cellmodem_slots directip_slots = {
-    .attach = sierra_directip_lte_attach,
-    .detach = sierra_directip_lte_detach,
-    .info = sierra_directip_lte_info,
-    .status = sierra_directip_lte_status,
-    .lte_connect = sierra_directip_lte_connect,
-    .disconnect = sierra_directip_lte_disconnect,
-    .radio = sierra_directip_lte_radio,
-    .data_up = sierra_directip_lte_data_up,
-    .reset = sierra_directip_lte_reset,
+    .attach = slot<sierra_directip_lte_attach>,
+    .detach = slot<sierra_directip_lte_detach>,
+    .info = slot<sierra_directip_lte_info>,
+    .status = slot<sierra_directip_lte_status>,
+    .lte_connect = slot<sierra_directip_lte_connect>,
+    .disconnect = slot<sierra_directip_lte_disconnect>,
+    .radio = slot<sierra_directip_lte_radio>,
+    .data_up = slot<sierra_directip_lte_data_up>,
+    .reset = slot<sierra_directip_lte_reset>,
 };
 
 int sierra_directip_lte_init(cellmodem &modem)

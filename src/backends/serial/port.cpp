@@ -30,6 +30,8 @@ int port_open(serial_port &port)
     termios raw = {};
     raw.c_iflag = IGNPAR;
     raw.c_cflag = B115200 | CS8 | CREAD | CLOCAL | CRTSCTS;
+    cfsetispeed(&raw, B115200); // where a C library keeps the speed outside c_cflag
+    cfsetospeed(&raw, B115200);
     tcflush(fd.get(), TCIFLUSH);
     tcsetattr(fd.get(), TCSANOW, &raw);
     port.fd = std::move(fd);
@@ -40,7 +42,8 @@ int port_close(serial_port &port)
 {
     if (!port.fd)
         return 0;
-    tcflush(port.fd.get(), TCIFLUSH);
+    // Output too: a modem that takes nothing would hold up the close until its driver gives up.
+    tcflush(port.fd.get(), TCIOFLUSH);
     tcsetattr(port.fd.get(), TCSANOW, &port.saved);
     // Exclusive mode belongs to the terminal, not to the descriptor: a pseudo-terminal would keep
     // it and refuse the next open.

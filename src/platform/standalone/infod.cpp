@@ -22,8 +22,8 @@ enum store_statement { begin_session, push_value, end_session, abandon_session, 
 
 constexpr const char *statement_texts[statement_count] = {
     "BEGIN IMMEDIATE",
-    "INSERT INTO info(key, kind, value, updated) VALUES(?1, ?2, ?3, ?4)"
-    " ON CONFLICT(key) DO UPDATE SET kind = ?2, value = ?3, updated = ?4",
+    ("INSERT INTO info(key, kind, value, updated) VALUES(?1, ?2, ?3, ?4)"
+     " ON CONFLICT(key) DO UPDATE SET kind = ?2, value = ?3, updated = ?4"),
     "COMMIT",
     "ROLLBACK",
 };
@@ -147,8 +147,10 @@ static int store_value(const char *key, const char *kind)
     sqlite3_bind_int64(statement, 4, now_epoch_ms());
     const int code = run_statement(push_value);
     sqlite3_clear_bindings(statement);
-    if (code != SQLITE_OK)
+    if (code != SQLITE_OK) {
         store.failed = true;
+        errno = store_errno(code);
+    }
     return code;
 }
 
@@ -172,11 +174,12 @@ int infod_push_multiple_end(int handle)
 {
     if (handle != the_handle)
         return SQLITE_MISUSE;
-    int code = run_statement(end_session);
-    if (code != SQLITE_OK)
+    const int code = run_statement(store.failed ? abandon_session : end_session);
+    if (code != SQLITE_OK) {
         (void)run_statement(abandon_session);
-    if (code == SQLITE_OK && store.failed)
-        code = SQLITE_ERROR;
+        errno = store_errno(code);
+    }
+    const bool lost = code != SQLITE_OK || store.failed;
     store.mutex.unlock();
-    return code;
+    return lost ? SQLITE_ERROR : SQLITE_OK;
 }

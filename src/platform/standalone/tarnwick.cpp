@@ -79,12 +79,19 @@ static int hold(held_file &file, const std::string &path)
     return 0;
 }
 
-// A file that nobody holds was left by a dead process, and goes as well as our own.
+// A file that nobody holds was left by a dead process, and goes as well as our own. Looking whether
+// somebody holds it takes it for a moment; not while a living process is named in it, because that
+// moment could be the one in which that process takes it.
 static int let_go(held_file &file, const std::string &path)
 {
     const std::string place = rooted(path);
-    if (!file.fd)
+    if (!file.fd) {
+        if (process_alive(process_read_pid(path.c_str()))) {
+            errno = EBUSY;
+            return -1;
+        }
         file.fd = lock_file(place, 0);
+    }
     if (!file.fd)
         return errno == ENOENT ? 0 : -1;
     const int result = same_file(file.fd.get(), place) ? unlink(place.c_str()) : 0;
@@ -111,6 +118,13 @@ int tarnwick_pidfile_create(const char *name)
 
 int tarnwick_pidfile_clear(const char *name)
 {
+    // The owner of the lock may be about to take the pid file too.
+    const bool owned_elsewhere =
+        !the_lock.fd && process_alive(process_read_pid(lock_path(name).c_str()));
+    if (!the_pid.fd && owned_elsewhere) {
+        errno = EBUSY;
+        return -1;
+    }
     return let_go(the_pid, pid_path(name));
 }
 
