@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 
 #include <unistd.h>
 
@@ -99,8 +100,14 @@ static void dispatch(std::span<const uint8_t> bytes)
         return;
     }
     const std::lock_guard lock(swi_api.callback_mutex);
-    if (swi_api.callback && !swi_api.closing)
+    if (!swi_api.callback || swi_api.closing)
+        return;
+    try {
         swi_api.callback(notification, swi_api.context);
+    } catch (const std::exception &reason) {
+        log_message(log_error, "SWI API: notification %d given up: %s",
+                    static_cast<int>(notification.type), reason.what());
+    }
 }
 
 // Reads the one packet that is there. 0, or -1 with errno when the channel can no longer be read.

@@ -2,6 +2,7 @@
 
 #include "backends/sierra/gsm_family.h"
 #include "cellmodem/cellmodem.h"
+#include "cellmodem/slot.h"
 #include "platform/log.h"
 #include "platform/text.h"
 #include "publish/state.h"
@@ -230,22 +231,22 @@ static int sierra_gsm_disconnect(cellmodem &)
 // ---- the family
 
 constexpr cellmodem_slots gsm_slots = {
-    .attach = sierra_gsm_attach,
-    .detach = sierra_gsm_detach,
-    .ping = sierra_cns_ping,
-    .info = sierra_gsm_info,
-    .status = sierra_gsm_status,
-    .connect = sierra_gsm_connect,
-    .disconnect = sierra_gsm_disconnect,
-    .radio = sierra_gsm_radio,
-    .reset = sierra_gsm_reset,
-    .simispresent = sierra_gsm_simispresent,
-    .unlocksim = sierra_gsm_unlocksim,
-    .unblocksim = sierra_gsm_unblocksim,
-    .enablegps = sierra_gsm_enablegps,
-    .disablegps = sierra_gsm_disablegps,
-    .setrat = sierra_gsm_setrat,
-    .setregion = sierra_gsm_setregion,
+    .attach = slot<sierra_gsm_attach>,
+    .detach = slot<sierra_gsm_detach>,
+    .ping = slot<sierra_cns_ping>,
+    .info = slot<sierra_gsm_info>,
+    .status = slot<sierra_gsm_status>,
+    .connect = slot<sierra_gsm_connect>,
+    .disconnect = slot<sierra_gsm_disconnect>,
+    .radio = slot<sierra_gsm_radio>,
+    .reset = slot<sierra_gsm_reset>,
+    .simispresent = slot<sierra_gsm_simispresent, 1>,
+    .unlocksim = slot<sierra_gsm_unlocksim>,
+    .unblocksim = slot<sierra_gsm_unblocksim>,
+    .enablegps = slot<sierra_gsm_enablegps>,
+    .disablegps = slot<sierra_gsm_disablegps>,
+    .setrat = slot<sierra_gsm_setrat>,
+    .setregion = slot<sierra_gsm_setregion>,
 };
 
 int sierra_gsm_init(cellmodem &modem)
