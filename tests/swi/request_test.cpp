@@ -44,8 +44,9 @@ static packet pattern(const swi_layout &layout, uint8_t &seed)
             }
             continue;
         }
+        const bool padding = field.kind == swi_field_kind::padding;
         for (int i = 0; i < field.bytes; i++)
-            bytes.push_back(field.kind == swi_field_kind::padding ? 0 : ++seed % 127 + 1);
+            bytes.push_back(padding ? uint8_t{0} : static_cast<uint8_t>(++seed % 127 + 1));
         if (field.kind == swi_field_kind::text)
             bytes.back() = 0;
     }
