@@ -92,6 +92,19 @@ static delivery deliver_pad(const fault &f, std::string_view answer, const fault
     return one_write(f.at_end ? std::string(answer) + filler : filler + std::string(answer));
 }
 
+static delivery deliver_spoilt(const fault &f, std::string_view answer,
+                               const fault_dialect &dialect)
+{
+    return one_write(dialect.spoil ? dialect.spoil(fault_name(f), answer) : std::string(answer));
+}
+
+static delivery deliver_burst(const fault &f, std::string_view answer, const fault_dialect &dialect)
+{
+    if (dialect.burst)
+        dialect.burst(f.number);
+    return one_write(std::string(answer));
+}
+
 // clang-format off
 static constexpr std::array fault_kinds = {
     fault_kind{"silence",     "",                         nullptr,          false, false, deliver_silence},
@@ -104,6 +117,10 @@ static constexpr std::array fault_kinds = {
     fault_kind{"unsolicited", "text",                     "text",           false, true,  deliver_unsolicited},
     fault_kind{"split",       "bytes delay_ms",           "delay_ms",       false, false, deliver_split},
     fault_kind{"pad",         "bytes at_end",             "bytes",          false, false, deliver_pad},
+    fault_kind{"rejected",    "",                         nullptr,          true,  false, deliver_spoilt},
+    fault_kind{"wrong_kind",  "",                         nullptr,          false, false, deliver_spoilt},
+    fault_kind{"short",       "",                         nullptr,          false, false, deliver_spoilt},
+    fault_kind{"burst",       "number",                   nullptr,          false, true,  deliver_burst},
 };
 // clang-format on
 
@@ -196,7 +213,8 @@ int fault_parse(json_t *row, fault &out, json_refusal &refusal)
         json_read(row, "then_answer", f.then_answer, refusal) != 0 ||
         json_read(row, "at_end", f.at_end, refusal) != 0 ||
         read_optional(row, "return_ms", time_ms_max, f.return_ms, refusal) != 0 ||
-        json_read(row, "reboot", f.reboot, refusal) != 0)
+        json_read(row, "reboot", f.reboot, refusal) != 0 ||
+        json_read(row, "number", 1, requests_max, f.number, refusal) != 0)
         return -1;
     out = std::move(f);
     return 0;

@@ -31,6 +31,7 @@ struct fault {
     bool at_end = false;              // pad: filler behind the answer instead of in front of it
     std::optional<int64_t> return_ms; // hangup: none means for ever
     bool reboot = false;              // hangup
+    int64_t number = 1;               // burst
 };
 
 // The line to the daemon breaks; it comes back after `return_ms`, if at all.
@@ -55,6 +56,10 @@ struct delivery {
 struct fault_dialect {
     std::string (*error)(const std::string &text) = nullptr;
     std::string (*unsolicited)(const std::string &text) = nullptr;
+    // For lines of packets, null for others: an answer spoilt as the fault of that name has it, and
+    // so many unsolicited packets at once.
+    std::string (*spoil)(std::string_view fault_name, std::string_view answer) = nullptr;
+    void (*burst)(int64_t number) = nullptr;
 };
 
 // Reads one element of "faults". 0, or -1 with the refusal set.

@@ -1,11 +1,12 @@
-// The entry of one program with two names: `tessera-sim` is the simulator, `sh` the shell that it
-// puts into its root.
+// The entry of one program with three names: `tessera-sim` is the simulator, `sh` the shell and
+// `swisdk` the server program that it puts into its root.
 
 #include "sim/control.h"
 #include "sim/family.h"
 #include "sim/report.h"
 #include "sim/shell.h"
 #include "sim/simulator.h"
+#include "sim/swisdk.h"
 
 #include <array>
 #include <cstdio>
@@ -101,5 +102,7 @@ int main(int argc, char **argv)
 {
     const std::string_view path = argc > 0 ? argv[0] : "";
     const std::string_view name = path.substr(path.rfind('/') + 1);
-    return name == "sh" ? shell_main(argc, argv) : simulator_main(argc, argv);
+    if (name == "sh")
+        return shell_main(argc, argv);
+    return name == "swisdk" ? swisdk_main() : simulator_main(argc, argv);
 }

@@ -17,6 +17,8 @@ int cellmodem_create(cellmodem **modem)
 
 void cellmodem_destroy(cellmodem **modem)
 {
+    if (*modem && (*modem)->release)
+        (*modem)->release(**modem);
     delete *modem;
     *modem = nullptr;
 }

@@ -86,6 +86,8 @@ struct cellmodem {
     std::atomic<int> state_b = 0; // the back-end's own; where it has one, its radio state
     int type = 0;                 // cellmodem_type
     std::string device_path;      // shown as "device"
+    // Called before the record is destroyed: a back-end whose thread knows the record lets go of it.
+    void (*release)(cellmodem &) = nullptr;
 };
 
 // A new, empty record. 0, or -1 with *modem null when there is no memory for it.

@@ -3,6 +3,7 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/paths.h"
+#include "platform/unique_fd.h"
 
 #include <algorithm>
 #include <array>
@@ -93,6 +94,66 @@ static int run(const std::string &program, const char *const argv[], int *exit_s
 int process_run(const char *path, const char *const argv[], int *exit_status)
 {
     return run(rooted(path), argv, exit_status);
+}
+
+// What follows a fork in a process with threads: calls that are safe in a signal handler, no others.
+static void detach_from_daemon()
+{
+    setsid();
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    struct sigaction standard = {};
+    standard.sa_handler = SIG_DFL;
+    sigaction(SIGPIPE, &standard, nullptr);
+    const int nothing = open("/dev/null", O_RDWR);
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++)
+        dup2(nothing, fd);
+    if (nothing > STDERR_FILENO)
+        close(nothing);
+}
+
+[[noreturn]] static void become(const char *program, char *const argv[], int report_fd)
+{
+    detach_from_daemon();
+    const pid_t second = fork();
+    if (second > 0)
+        _exit(0); // the program is nobody's child now
+    if (second == 0)
+        execv(program, argv);
+    const int error = errno;
+    [[maybe_unused]] const ssize_t written = write(report_fd, &error, sizeof(error));
+    _exit(127);
+}
+
+int process_start(const char *path, const char *const argv[])
+{
+    const std::string program = rooted(path);
+    int ends[2];
+    if (pipe(ends) != 0)
+        return -1;
+    unique_fd reader(ends[0]);
+    unique_fd writer(ends[1]);
+    fcntl(reader.get(), F_SETFD, FD_CLOEXEC);
+    fcntl(writer.get(), F_SETFD, FD_CLOEXEC);
+    const pid_t first = fork();
+    if (first == 0)
+        become(program.c_str(), const_cast<char *const *>(argv), writer.get());
+    if (first < 0)
+        return -1;
+    writer.reset();
+    while (waitpid(first, nullptr, 0) < 0 && errno == EINTR)
+        ;
+    // The pipe ends silently when the program begins; a failure comes through it as its errno.
+    int error = 0;
+    ssize_t length;
+    do
+        length = read(reader.get(), &error, sizeof(error));
+    while (length < 0 && errno == EINTR);
+    if (length <= 0)
+        return 0;
+    errno = error;
+    return -1;
 }
 
 struct shell {

@@ -12,6 +12,11 @@
 // the exit status, or -1 when nothing ran to its end. A status other than 0 is logged at debug.
 int process_shell(const char *line);
 
+// Starts the program at the fixed path `path` (rooted) in the background: in a session of its own,
+// with /dev/null as its standard streams, and as nobody's child, so that it may outlive the daemon.
+// 0 once it runs, -1 with errno when it could not be started.
+[[nodiscard]] int process_start(const char *path, const char *const argv[]);
+
 // True when a process of that id lives, whoever owns it. Ids below 1 name no process.
 [[nodiscard]] bool process_alive(long pid);
 

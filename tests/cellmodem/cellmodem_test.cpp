@@ -81,7 +81,7 @@ TEST(select, markers_choose_the_family)
         {{"sierra"}, 0, nullptr},
         {{"lte"}, 0, nullptr},
         {{"pantech"}, 0, nullptr},
-        {{"sierra", "gsm", "cdma"}, 0, "Failed to support Sierra GSM"},
+        {{"sierra", "gsm", "cdma"}, type_sierra_gsm, nullptr},
         {{"sierra", "cdma", "gobi"}, 0, "Failed to support Sierra CDMA"},
         {{"gobi", "pantech"}, 0, "Failed to support Gobi Modem"},
         {{"pantech", "lte"}, type_pantech, nullptr},

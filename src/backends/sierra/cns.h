@@ -1,0 +1,51 @@
+// The SDK session that the Sierra CnS families share: opened once per process by the first attach,
+// with a thread that waits for notifications until the process ends. Only the main thread calls
+// these functions; a family's notification callback runs on that thread.
+//
+// The server program may die under the session. The session then stays what it is, every request
+// fails, and the next start or restore opens the channels again below it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+struct cellmodem;
+
+constexpr int sierra_timeout_ms = 60000; // what the modems take at worst for an ordinary request
+
+// What the server says about the modem it found.
+struct sierra_identity {
+    uint32_t type_code = 0;
+    char product[24] = "";
+};
+static_assert(sizeof(sierra_identity) == 28);
+
+// Opens the session, or restores it if it was opened before; a first start fills the identity. 0 or
+// -1. A server that cannot be opened ends the process.
+int sierra_cns_start(sierra_identity &identity);
+
+// Opens the channels of a started session again if their server died. 1 when it did: the families'
+// notifications must be enabled again; 0 when nothing was to be done, -1 when it failed.
+int sierra_cns_restore();
+
+// Waits until the notification thread runs. 0, or -1 once termination was requested.
+[[nodiscard]] int sierra_cns_await_thread();
+
+// Says that the thread ends, which it does not: it lives as long as the process. 0.
+int sierra_cns_stop_notifications();
+
+// Asks the modem for something harmless and publishes whether it answered. 0 or -1.
+int sierra_cns_ping(cellmodem &modem);
+
+// Looks for the interface that carries the data call and publishes the session state. 0 when it is
+// there, -1 otherwise.
+int sierra_cns_find_ppp_interface(cellmodem &modem);
+
+// Enables the notifications about calls, once for each server. 0 or -1.
+int sierra_cns_enable_call_notifications();
+
+// Writes the name of an SDK result to the buffer, at most size - 1 characters; returns the buffer.
+char *sierra_cns_rcode_name(int code, char *buffer, size_t size);
+
+// Logs an SDK error and says which class it is of: 2, 1 or 0.
+int sierra_cns_check_error(int code);

@@ -1,0 +1,341 @@
+// A UMTS/GSM modem behind its server program, from attach to the death of that program.
+
+#include "support/appliance.h"
+#include "swi/packet.h"
+
+#include <array>
+#include <csignal>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+class gsm_appliance : public appliance
+{
+protected:
+    void bring_up(const std::string &state = "{}")
+    {
+        start_sim("gsm", R"({"state": )" + state + "}");
+        start_daemon();
+    }
+
+    void set_state(const std::string &state) { tell_sim(R"({"state": )" + state + "}"); }
+    void add_fault(const std::string &fault) { tell_sim(R"({"faults": [)" + fault + "]}"); }
+
+    [[nodiscard]] int asked(const std::string &request) const
+    {
+        return count(modem_log(), "> " + request);
+    }
+
+    // The value of a key in the present status.
+    std::string status(const std::string &key)
+    {
+        std::istringstream lines(tessera({"-s"}).out);
+        for (std::string line; std::getline(lines, line);)
+            if (line.starts_with(key + " "))
+                return line.substr(key.size() + 1);
+        return "(none)";
+    }
+
+    [[nodiscard]] std::string infod(const std::string &key)
+    {
+        const std::string name = "config.cellmodem.tessera.status." + key;
+        const std::string out = run_program("infod-get", {name}).out;
+        return out.starts_with(name + " ") ? out.substr(name.size() + 1) : out;
+    }
+
+    // Process ids of the root's server program.
+    [[nodiscard]] pid_t server_pid() const
+    {
+        const std::string all = modem_log();
+        const size_t at = all.rfind("= swisdk started, process ");
+        return at == all.npos ? -1 : std::stoi(all.substr(at + 26));
+    }
+
+    static std::string golden(const std::string &name)
+    {
+        std::ostringstream text;
+        text << std::ifstream(TESSERA_TEST_DATA "/golden/" + name, std::ios::binary).rdbuf();
+        return text.str();
+    }
+};
+
+// ---- records
+
+TEST_F(gsm_appliance, both_records_are_as_ever_in_both_forms)
+{
+    bring_up();
+    EXPECT_EQ(tessera({"-i"}).out, golden("gsm-info.txt"));
+    EXPECT_EQ(tessera({"-s"}).out, golden("gsm-status.txt"));
+    EXPECT_EQ(tessera({"-i", "-s", "-x"}).out, golden("gsm-both.xml"));
+}
+
+TEST_F(gsm_appliance, every_code_has_its_text)
+{
+    // Codes at the far ends of their tables, texts longer than their keys take, and a rare band.
+    bring_up(
+        R"({"product": "A & B <C>", "imei": "35422102000001512345", "serial": "D6203081001101234",
+        "firmware": "0123456789012345678901234567890123456789", "country": "ABCDE",
+        "carrier": "0123456789012345678901234567890123456789",
+        "phone_number": "012345678901234567890", "msin": "", "mcc": 1, "mnc": 1,
+        "modem_status": 0, "service_status": 4, "service_type": 1, "roaming_status": 7,
+        "network_status": 4, "system_mode": 6, "sim_status": 11, "region": 9,
+        "band": 22, "bands": "65535,21,11", "radio_bands": "12,88,255,254,48",
+        "ecio": "0,13,1,2,3,4,5", "rssi": -113, "ber": 99, "temperature": -20})");
+    EXPECT_EQ(tessera({"-i", "-s", "-x"}).out, golden("gsm-odd.xml"));
+    EXPECT_EQ(tessera({"-i", "-s"}).out, golden("gsm-odd.txt"));
+}
+
+TEST_F(gsm_appliance, without_notifications_the_cached_values_are_unknown)
+{
+    bring_up(R"({"report": false, "ecio": "", "radio_bands": "", "phone_number": ""})");
+    EXPECT_EQ(tessera({"-s"}).out, golden("gsm-unreported.txt"));
+    EXPECT_GE(count(daemon_log(), "Failed to get cellmodem status"), 1);
+}
+
+// ---- operations that change the modem
+
+TEST_F(gsm_appliance, the_radio_is_switched_and_its_end_is_everybodys)
+{
+    bring_up(R"({"packet_session": true})");
+    EXPECT_EQ(asked("SwiSetModemDisable 1"), 1) << "enabled at the start";
+    wait_for("the session", [&] { return infod("session-state") == "CONNECTED\n"; });
+    EXPECT_EQ(tessera({"--radio=off"}).code, 0);
+    EXPECT_EQ(status("modem-status"), "Low Power Mode");
+    wait_for("no service", [&] { return status("network-status") == "No Service"; });
+    EXPECT_EQ(status("system-mode"), "No Service");
+    wait_for("no session", [&] { return infod("session-state") == "DISCONNECTED\n"; });
+    EXPECT_EQ(tessera({"--radio=on"}).code, 0);
+    wait_for("service", [&] { return status("system-mode") == "HSDPA"; });
+    EXPECT_EQ(count(daemon_log(), "Radio is now on"), 2);
+    add_fault(R"({"match": "SwiSetModemDisable", "do": "error", "text": "not now"})");
+    EXPECT_EQ(tessera({"--radio=off"}).code, 1);
+    EXPECT_EQ(count(daemon_log(), "Failed to enabled radio: 600"), 1);
+    set_state(R"({"radio_ms": 5000})");
+    EXPECT_EQ(tessera({"--radio=off"}).code, 1);
+    EXPECT_EQ(count(daemon_log(), "Timed out waiting for radio to turn off"), 1);
+}
+
+TEST_F(gsm_appliance, a_locked_sim_is_unlocked_blocked_and_unblocked)
+{
+    bring_up(R"({"sim": "pin", "pin_lock": true})");
+    wait_for("the lock", [&] { return status("sim-lock") == "SIM_LOCK_PIN"; });
+    EXPECT_EQ(status("sim-imsi"), "(none)");
+    EXPECT_EQ(tessera({"--simunlock", "--pin=9999"}).code, 1);
+    EXPECT_EQ(count(daemon_log(), "Modem reports CnS Error: Incorrect PIN, 2 tries left"), 1);
+    EXPECT_EQ(tessera({"--simunlock", "--pin=1234"}).code, 0);
+    EXPECT_EQ(status("sim-status"), "SIM is ready");
+    EXPECT_EQ(status("sim-imsi"), "310261234567890");
+
+    set_state(R"({"sim": "pin", "pin_tries": 1})");
+    wait_for("the lock", [&] { return status("sim-lock") == "SIM_LOCK_PIN"; });
+    EXPECT_EQ(tessera({"--simunlock", "--pin=9999"}).code, 1);
+    wait_for("the block", [&] { return status("sim-lock") == "SIM_LOCK_PUK"; });
+    EXPECT_EQ(tessera({"--simunblock", "--puk=00000000", "--pin=4321"}).code, 1);
+    EXPECT_EQ(tessera({"--simunblock", "--puk=12345678", "--pin=4321"}).code, 0);
+    wait_for("readiness", [&] { return status("sim-lock") == "SIM_READY"; });
+    set_state(R"({"sim": "removed"})");
+    wait_for("the removal", [&] { return status("sim-status") == "SIM has been removed"; });
+}
+
+TEST_F(gsm_appliance, region_technology_and_tracking_are_set)
+{
+    bring_up();
+    EXPECT_EQ(tessera({"--region=1"}).code, 0) << "the default password";
+    EXPECT_EQ(count(tessera({"-i"}).out, "region Europe\n"), 1);
+    EXPECT_EQ(tessera({"--region=3", "--unlock=wrong"}).code, 1);
+    EXPECT_EQ(count(daemon_log(), "SwiSetPrlRegion failed with status 1"), 1);
+    EXPECT_EQ(count(tessera({"-i"}).out, "region Europe\n"), 1);
+    EXPECT_EQ(tessera({"-u", "UMTS"}).code, 0);
+    EXPECT_EQ(asked("SwiSetRat 12 1"), 1);
+    EXPECT_EQ(tessera({"-u", "GSM-PREFERRED"}).code, 0);
+    EXPECT_EQ(asked("SwiSetRat 12 4"), 1);
+    EXPECT_EQ(tessera({"-g", "off"}).code, 0) << "off already";
+    EXPECT_EQ(tessera({"-g", "on", "-t", "7"}).code, 0);
+    EXPECT_EQ(asked("SwiSetLbsPdTrack 24 1 255 100 1000 7"), 1);
+    EXPECT_EQ(tessera({"-g", "on", "-t", "7"}).code, 0) << "on already";
+    EXPECT_EQ(tessera({"-g", "off"}).code, 0);
+    EXPECT_EQ(asked("SwiSetLbsEndSession 8 0"), 2);
+}
+
+TEST_F(gsm_appliance, the_session_follows_the_modem)
+{
+    bring_up();
+    const auto session = [&](const std::string &state) {
+        wait_for("session " + state, [&] { return infod("session-state") == state + "\n"; });
+    };
+    session("DISCONNECTED");
+    set_state(R"({"packet_session": true})");
+    session("CONNECTED");
+    set_state(R"({"registration": "none"})");
+    session("DISCONNECTED");
+    set_state(R"({"registration": "roaming"})");
+    EXPECT_EQ(tessera({"-c", "*99#"}).code, 1) << "calls are placed elsewhere";
+    EXPECT_EQ(tessera({"-d"}).code, 1);
+    EXPECT_EQ(asked("enable 1027"), 1) << "but from now on they are listened for";
+    set_state(R"({"call": "connecting"})");
+    session("CONNECTING");
+    set_state(R"({"call": "connected"})");
+    session("CONNECTED");
+    set_state(R"({"call": "none"})");
+    session("DISCONNECTED");
+    EXPECT_EQ(status("roaming-status"), "Roaming");
+}
+
+TEST_F(gsm_appliance, a_reset_modem_comes_back)
+{
+    bring_up(R"({"pin_lock": true, "boot_ms": 200})");
+    EXPECT_EQ(tessera({"-g", "on"}).code, 0);
+    EXPECT_EQ(tessera({"-r"}).code, 0);
+    wait_for_log("Resuming client communication...");
+    EXPECT_EQ(count(daemon_log(), "Sierra CnS back-end may only be started once"), 1);
+    wait_for("the lock", [&] { return status("sim-lock") == "SIM_LOCK_PIN"; });
+    EXPECT_EQ(tessera({"--ping"}).code, 0);
+    EXPECT_EQ(asked("modem reset (GSM)"), 1);
+}
+
+TEST_F(gsm_appliance, pause_and_resume_keep_the_session)
+{
+    bring_up();
+    kill(daemon(), SIGUSR1);
+    wait_for_log("cellmodem comms suspended");
+    EXPECT_EQ(tessera({"-s"}).code, 1);
+    set_state(R"({"sim": "removed"})");
+    kill(daemon(), SIGUSR1);
+    wait_for_log("cellmodem comms re-established");
+    EXPECT_EQ(status("sim-status"), "SIM has been removed");
+    EXPECT_EQ(asked("air-server availability"), 1) << "one session";
+}
+
+// ---- what goes wrong
+
+TEST_F(gsm_appliance, wrong_answers_fail_one_request_and_harm_no_other)
+{
+    bring_up();
+    const struct {
+        const char *fault;
+        int result;
+    } rows[] = {
+        {R"({"match": "SwiGetRssiBer", "do": "silence"})", 153},
+        {R"({"match": "SwiGetRssiBer", "do": "late", "delay_ms": 800})", 153},
+        {R"({"match": "SwiGetRssiBer", "do": "rejected"})", 18},
+        {R"({"match": "SwiGetRssiBer", "do": "wrong_kind"})", 6},
+        {R"({"match": "SwiGetRssiBer", "do": "short"})", 5},
+        {R"({"match": "SwiGetRssiBer", "do": "half"})", 18},
+        {R"({"match": "SwiGetRssiBer", "do": "double"})", 18},
+        {R"({"match": "SwiGetRssiBer", "do": "garbage", "bytes": 700})", 18},
+        {R"({"match": "SwiGetRssiBer", "do": "pad", "bytes": 2000, "at_end": true})", 18},
+        {R"({"match": "SwiGetRssiBer", "do": "error", "text": "busy with itself"})", 600},
+    };
+    // Whoever asks next meets the fault: this command or the loop's own round.
+    std::map<int, int> failures;
+    for (const auto &row : rows) {
+        add_fault(row.fault);
+        (void)tessera({"-s"});
+        wait_for_log("SwiGetRssiBer failed: " + std::to_string(row.result), ++failures[row.result]);
+        EXPECT_EQ(tessera({"-s"}).out, golden("gsm-status.txt")) << "after " << row.fault;
+    }
+}
+
+TEST_F(gsm_appliance, noise_on_the_notification_channel_is_dropped)
+{
+    bring_up();
+    for (const int bytes : {1, 15, 16, 28, 700, 4096, 5000})
+        add_fault(R"({"at_ms": 0, "do": "garbage", "bytes": )" + std::to_string(bytes) + "}");
+    add_fault(R"({"at_ms": 0, "do": "unsolicited", "text": "2999"})");
+    add_fault(R"({"at_ms": 0, "do": "burst", "number": 1000})");
+    add_fault(R"({"match": "SwiGetRssiBer", "do": "burst", "number": 1000})");
+    EXPECT_EQ(tessera({"-s"}).out, golden("gsm-status.txt"));
+    set_state(R"({"sim": "removed"})");
+    wait_for("what came behind it", [&] { return status("sim-status") == "SIM has been removed"; });
+    EXPECT_GE(count(daemon_log(), "SWI API: dropped a malformed notification"), 7);
+}
+
+TEST_F(gsm_appliance, a_dead_server_is_noticed_recovered_from_and_reached_again)
+{
+    bring_up();
+    set_state(R"({"sim": "pin"})");
+    wait_for("the lock", [&] { return status("sim-lock") == "SIM_LOCK_PIN"; });
+    ASSERT_GT(server_pid(), 0);
+    kill(server_pid(), SIGKILL);
+    wait_for_log("status.device-state changed from RESPONDING -> UNRESPONSIVE");
+    wait_for_log("Reached 3 communcation errors, recovering modem...");
+    wait_for_log("Resuming client communication...");
+    EXPECT_EQ(count(modem_log(), "= swisdk started"), 2) << "the recovery started it again";
+    wait_for_log("status.device-state changed from UNRESPONSIVE -> RESPONDING");
+    EXPECT_EQ(status("sim-lock"), "SIM_LOCK_PIN") << "the modem outlives its server";
+    set_state(R"({"sim": "ready"})");
+    wait_for("notifications", [&] { return status("sim-lock") == "SIM_READY"; });
+    EXPECT_EQ(stop_daemon(SIGTERM), 255);
+}
+
+TEST_F(gsm_appliance, a_server_that_cannot_be_started_for_a_while_is_reached_by_a_later_recovery)
+{
+    bring_up();
+    add_fault(R"({"match": "SwiGetRssiBer", "do": "hangup", "return_ms": 12000})");
+    EXPECT_EQ(count(tessera({"-s"}).out, "rssi"), 0);
+    wait_for_log("Sierra Wireless API could not be opened again: 8");
+    EXPECT_EQ(count(modem_log(), "= swisdk started"), 1);
+    wait_for_log("Reconfiguring tesserad modem...", 2);
+    wait_for_log("status.device-state changed from UNRESPONSIVE -> RESPONDING");
+    wait_for("commands", [&] { return tessera({"--ping"}).code == 0; });
+    EXPECT_EQ(tessera({"-s"}).out, golden("gsm-status.txt"));
+    EXPECT_EQ(count(daemon_log(), "SwiWaitNotification failed"), 0) << "one thread all along";
+}
+
+TEST_F(gsm_appliance, a_silent_modem_is_unresponsive_until_it_answers)
+{
+    bring_up();
+    add_fault(R"({"match": "SwiGetESN", "do": "silence", "count": 2})");
+    wait_for_log("status.device-state changed from RESPONDING -> UNRESPONSIVE");
+    wait_for_log("status.device-state changed from UNRESPONSIVE -> RESPONDING");
+    EXPECT_GE(count(daemon_log(), "Failed to ping sierra wireless modem: 153"), 1);
+    EXPECT_EQ(count(daemon_log(), "recovering modem..."), 0);
+}
+
+TEST_F(gsm_appliance, an_unreachable_modem_is_waited_for_and_the_wait_can_be_ended)
+{
+    start_sim("gsm", R"({"state": {"air_server": false}})");
+    spawn_daemon();
+    wait_for_log("Sierra Wireless Air Server unavailable", 2);
+    EXPECT_EQ(stop_daemon(SIGTERM), 255);
+    spawn_daemon();
+    wait_for_log("Sierra Wireless Air Server unavailable", 4);
+    set_state(R"({"air_server": true})");
+    wait_for_log("start time:");
+    EXPECT_EQ(tessera({"--ping"}).code, 0);
+    EXPECT_EQ(count(modem_log(), "= swisdk started"), 1)
+        << "one server, one client after the other";
+}
+
+TEST_F(gsm_appliance, a_killed_daemon_leaves_nothing_that_blocks_the_next)
+{
+    bring_up();
+    EXPECT_EQ(stop_daemon(SIGKILL), 128 + SIGKILL);
+    start_daemon();
+    EXPECT_EQ(tessera({"-i"}).out, golden("gsm-info.txt"));
+    EXPECT_EQ(stop_daemon(SIGTERM), 255);
+    EXPECT_EQ(count(modem_log(), "= swisdk started"), 1);
+}
+
+TEST_F(gsm_appliance, a_notification_of_an_unknown_kind_of_parameter_ends_the_daemon)
+{
+    bring_up();
+    std::array<uint8_t, 64> buffer;
+    swi_header header;
+    header.message = swi_message_notification;
+    header.kind = swi_kind_object;
+    header.parameter = 3;
+    swi_packet_writer writer(buffer, header);
+    std::string hex;
+    for (const uint8_t byte : writer.finish()) {
+        char digits[3];
+        snprintf(digits, sizeof(digits), "%02x", byte);
+        hex += digits;
+    }
+    add_fault(R"({"at_ms": 0, "do": "garbage", "data_hex": ")" + hex + "\"}");
+    EXPECT_EQ(wait_daemon(), 1);
+    EXPECT_EQ(
+        count(daemon_log(), "erAbort: API Fatal error -> SwiWaitNotification-unknown parmtype"), 1);
+    start_daemon();
+    EXPECT_EQ(tessera({"--ping"}).code, 0);
+}
