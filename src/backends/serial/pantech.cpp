@@ -19,8 +19,6 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
 constexpr const char *default_smsc = "19037029920";
 constexpr int send_reads_max = 3;
 constexpr int send_pause_us = 5000;
@@ -156,11 +154,10 @@ static void remember(const std::string &identifier)
     const bool written = file && fputs(identifier.c_str(), file) >= 0;
     if ((file && fclose(file) != 0) || !written)
         log_message(log_error, "Failed to write %s: %s", pantech_last_sms_path, strerror(errno));
-    log_message(log_debug, "Newset SMS is now: %s", identifier.c_str());
 }
 
-// Spools a message that was not there yet. What is remembered but not in the spool would be lost:
-// it is forgotten again, and spooled when it is next read.
+// Spools a message that was not there yet. It is remembered only once it is in the spool: whatever
+// ends the program in between, the message is spooled when it is next read.
 static void keep_message(const pantech_message &message)
 {
     if (was_received(message.identifier)) {
@@ -168,13 +165,14 @@ static void keep_message(const pantech_message &message)
                     message.identifier.c_str());
         return;
     }
-    remember(message.identifier);
-    if (message.identifier.empty() || message.number.empty() || message.text.empty())
-        return;
-    if (cellmodem_sms_writefile(message.number, message.text) == 0) {
+    log_message(log_debug, "Newset SMS is now: %s", message.identifier.c_str());
+    const bool spoolable =
+        !message.identifier.empty() && !message.number.empty() && !message.text.empty();
+    if (spoolable && cellmodem_sms_writefile(message.number, message.text) != 1) {
         log_message(log_error, "Failed to write sms");
-        unlink(rooted(pantech_last_sms_path).c_str());
+        return;
     }
+    remember(message.identifier);
 }
 
 static int pantech_wmc_getsms(cellmodem &modem, FILE *out, int mode)

@@ -8,12 +8,16 @@
 #include "support/pty_modem.h"
 #include "support/temp_root.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -446,6 +450,30 @@ TEST_F(pantech, what_could_not_be_spooled_is_spooled_later)
     EXPECT_EQ(spooled(), texts{"From: 555\n\ntext"});
     EXPECT_EQ(getsms(answer), shown);
     EXPECT_EQ(spooled().size(), 1u);
+}
+
+TEST_F(pantech, a_kill_while_spooling_loses_no_message)
+{
+    // The kernel ends the child where its file grows beyond the limit: the identifier is shorter
+    // than that, the message is longer.
+    const std::string text(100, 'x');
+    const std::string answer = message_reply("5550100099", text);
+    scripted = std::make_unique<pty_modem>(root, texts{answer});
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit no_core = {0, 0}, small = {50, 50};
+        std::signal(SIGXFSZ, SIG_DFL);
+        if (setrlimit(RLIMIT_CORE, &no_core) == 0 && setrlimit(RLIMIT_FSIZE, &small) == 0)
+            (void)modem.slots.getsms(modem, memory_stream().get(), output_lines);
+        _exit(0);
+    }
+    int result = 0;
+    ASSERT_EQ(waitpid(child, &result, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(result) && WTERMSIG(result) == SIGXFSZ);
+    EXPECT_EQ(spooled(), texts{});
+    getsms(answer);
+    EXPECT_EQ(spooled(), texts{"From: 5550100099\n\n" + text});
+    EXPECT_EQ(root.read(memory), message_id);
 }
 
 TEST_F(pantech, a_memory_that_cannot_be_written_loses_no_message)
