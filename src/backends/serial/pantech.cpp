@@ -8,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/paths.h"
+#include "platform/text.h"
 #include "publish/output.h"
 #include "publish/state.h"
 #include "sms/spool.h"
@@ -207,12 +208,24 @@ static int pantech_wmc_getsms(cellmodem &modem, FILE *out, int mode)
 
 // ---- messages to be sent
 
-// The frame ends at the first carriage return; what stood behind it would be a command of its own.
-static int check_argument(const char *name, std::string_view text)
+// Line feed and tab belong to a text; of the other control characters some end the frame, and what
+// stood behind it would be a command of its own. '}' would change the character behind it.
+static bool is_sendable(char c, std::string_view allowed)
 {
-    if (text.find('\r') == std::string_view::npos)
+    return c != '}' && (!text_has_control({&c, 1}) || allowed.find(c) != allowed.npos);
+}
+
+static int check_argument(const char *name, std::string_view text, std::string_view allowed)
+{
+    const auto found =
+        std::find_if_not(text.begin(), text.end(), [=](char c) { return is_sendable(c, allowed); });
+    if (found == text.end())
         return 0;
-    log_message(log_error, "Refused: %s holds a carriage return", name);
+    if (*found == '}')
+        log_message(log_error, "Refused: %s holds '}'", name);
+    else
+        log_message(log_error, "Refused: %s holds the control character 0x%02x", name,
+                    static_cast<unsigned>(*found));
     return -1;
 }
 
@@ -242,8 +255,8 @@ static int pantech_wmc_sendsms(cellmodem &, const char *path, const char *smsc)
     std::string number, text;
     if (cellmodem_sms_readfile(path, number, pantech_number_max, text, pantech_text_max + 1) == 0)
         return -1;
-    if (check_argument("service centre", centre) != 0 || check_argument("number", number) != 0 ||
-        check_argument("text", text) != 0)
+    if (check_argument("service centre", centre, "") != 0 ||
+        check_argument("number", number, "") != 0 || check_argument("text", text, "\n\t") != 0)
         return -1;
     if (text.size() == pantech_text_unsendable)
         text += ' ';

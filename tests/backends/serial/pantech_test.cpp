@@ -619,17 +619,40 @@ TEST_F(pantech_sending, only_the_right_reply_is_success)
     EXPECT_EQ(modem.device_state, device_unknown);
 }
 
+TEST_F(pantech_sending, what_the_frame_cannot_carry_is_refused)
+{
+    const std::string control = "the control character 0x";
+    const struct {
+        const char *file, *smsc;
+        std::string refused;
+    } rows[] = {
+        {"To: 1\n\nDOS\r\nlines\r\n", "1", "text holds " + control + "0d"},
+        {"To: 1\n\nescape\x1B", "1", "text holds " + control + "1b"},
+        {"To: 1\n\n\x7F", "1", "text holds " + control + "7f"},
+        {"To: 1\n\n{x}", "1", "text holds '}'"},
+        {"To: 1\r\n\nx", "1", "number holds " + control + "0d"},
+        {"To: 1\t2\n\nx", "1", "number holds " + control + "09"},
+        {"To: 1}\n\nx", "1", "number holds '}'"},
+        {"To: 1\n\nx", "1\rAT+CFUN=0\r", "service centre holds " + control + "0d"},
+        {"To: 1\n\nx", "1\n", "service centre holds " + control + "0a"},
+        {"To: 1\n\nx", "1}", "service centre holds '}'"},
+    };
+    for (const auto &[file, smsc, refused] : rows) {
+        log.clear();
+        EXPECT_EQ(send({sent_reply}, file, smsc), -1) << refused;
+        EXPECT_EQ(scripted->commands(), texts{}) << refused;
+        EXPECT_EQ(log.count("300 Refused: " + refused), 1) << refused;
+    }
+    EXPECT_EQ(send({sent_reply}, "To: 1\n\ntwo\n\tlines, \xC3\xA9 | { ~", "1"), 0);
+    EXPECT_EQ(scripted->commands()[0].substr(259, 21), "two\n\tlines, \xC3\xA9 | { ~");
+}
+
 TEST_F(pantech_sending, nothing_is_sent_without_file_port_or_lock)
 {
     scripted = std::make_unique<pty_modem>(root, texts{sent_reply});
     EXPECT_EQ(modem.slots.sendsms(modem, "/nowhere", nullptr), -1);
     EXPECT_EQ(log.count("300 No such file: /nowhere"), 1);
     EXPECT_FALSE(log.has("locking"));
-    EXPECT_EQ(send({sent_reply}, "To: 1\n\nDOS\r\nlines\r\n"), -1);
-    EXPECT_EQ(send({sent_reply}, "To: 1\r\n\nx"), -1);
-    EXPECT_EQ(send({sent_reply}, "To: 1\n\nx", "1\rAT+CFUN=0\r"), -1);
-    EXPECT_EQ(scripted->commands(), texts{});
-    EXPECT_EQ(log.count("300 Refused: text holds a carriage return"), 1);
     root.write("/var/lock/tessera-pantech-wmc.lck", "1\n");
     EXPECT_EQ(send({sent_reply}), -1);
     EXPECT_EQ(scripted->commands(), texts{});
