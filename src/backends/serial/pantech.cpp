@@ -258,8 +258,11 @@ static int pantech_wmc_sendsms(cellmodem &, const char *path, const char *smsc)
     if (check_argument("service centre", centre, "") != 0 ||
         check_argument("number", number, "") != 0 || check_argument("text", text, "\n\t") != 0)
         return -1;
-    if (text.size() == pantech_text_unsendable)
+    if (text.size() == pantech_text_unsendable) {
+        log_message(log_warning, "A text of %d bytes cannot be sent, a blank was appended",
+                    static_cast<int>(text.size()));
         text += ' ';
+    }
     const pantech_message_frame frame = pantech_make_message(number, centre, text);
     log_message(log_debug, "Sending SMS command. Msg len: %d Total len: %d",
                 static_cast<int>(text.size()), static_cast<int>(frame.size() - text.size()));

@@ -605,6 +605,8 @@ TEST_F(pantech_sending, every_length_of_text_makes_one_line)
         EXPECT_EQ(scripted->commands()[0].size(), 1281 - carried) << length;
         EXPECT_EQ(scripted->commands()[0][252], static_cast<char>(carried ^ 0x20));
     }
+    EXPECT_EQ(log.count("400 A text of 45 bytes cannot be sent, a blank was appended"), 1);
+    EXPECT_FALSE(log.has("A text of 46"));
 }
 
 TEST_F(pantech_sending, only_the_right_reply_is_success)
