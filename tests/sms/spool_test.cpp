@@ -53,6 +53,11 @@ TEST_F(sms_spool, a_message_becomes_a_file_for_everybody)
     struct stat status;
     ASSERT_EQ(stat(root.place(spool + "/" + name).c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777u, 0644u);
+    for (const std::string directory :
+         {"/var/spool", "/var/spool/sms", "/var/spool/sms/incoming"}) {
+        ASSERT_EQ(stat(root.place(directory).c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777u, 0755u) << directory;
+    }
     EXPECT_EQ(names("/tmp"), texts{});
     EXPECT_EQ(log.lines(),
               (texts{"700 cellmodem_sms_writefile(/tmp/" + name + ", +6421555, Kia ora\n)",
