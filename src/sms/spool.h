@@ -21,7 +21,8 @@ constexpr size_t sms_line_max = 159;
 
 // Puts a received message into the spool, readable by everybody. The file appears under its name as
 // a whole or not at all, also where /tmp is another file system. 1 when it is in the spool, 0 after
-// logging why not; what could not be moved stays in /tmp.
+// logging why not; what could not be moved stays in /tmp, readable by its owner alone, until a later
+// message could be moved or not.
 [[nodiscard]] int cellmodem_sms_writefile(const std::string &number, const std::string &text);
 
 // Reads a message to be sent from `path`, which is the user's and taken as it stands. Both outputs

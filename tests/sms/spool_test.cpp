@@ -96,6 +96,30 @@ TEST_F(sms_spool, what_cannot_be_moved_stays_in_tmp)
     EXPECT_EQ(log.count("300 Failed moving: /tmp/" + name + " -> " + spool + "/" + name +
                         ": File exists"),
               1);
+    struct stat status;
+    ASSERT_EQ(stat(root.place("/tmp/" + name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777u, 0600u);
+}
+
+TEST_F(sms_spool, one_leftover_at_most_stays_in_tmp)
+{
+    // The name exists and the mode is set before the move itself fails.
+    fs::create_directories(root.place("/var/spool/sms"));
+    fs::create_symlink("/proc", root.place(spool));
+    EXPECT_EQ(cellmodem_sms_writefile("1", "first"), 0);
+    root.write("/tmp/recv_others", "another program's");
+    EXPECT_EQ(cellmodem_sms_writefile("1", "second"), 0);
+    texts left = names("/tmp");
+    std::erase(left, "recv_others");
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(root.read("/tmp/" + left[0]), "From: 1\n\nsecond");
+    struct stat status;
+    ASSERT_EQ(stat(root.place("/tmp/" + left[0]).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777u, 0600u);
+    fs::remove(root.place(spool));
+    EXPECT_EQ(cellmodem_sms_writefile("1", "third"), 1);
+    EXPECT_EQ(names("/tmp"), texts{"recv_others"});
+    EXPECT_EQ(only_message(), "From: 1\n\nthird");
 }
 
 TEST_F(sms_spool, a_full_disk_leaves_no_half_message)
