@@ -127,12 +127,15 @@ static std::string hexadecimal(wmc_bytes bytes)
 
 int pantech_read_message(wmc_bytes reply, pantech_message &message)
 {
+    const bool closed = is_closed(reply);
+    if (closed)
+        reply = reply.first(reply.size() - wmc_reply_end.size());
     message = {};
     message.number = text_at(reply, message_number_offset, message_number_width);
     message.text_bytes = byte_at(reply, message_length_offset);
     const size_t end = message_text_offset + std::min<size_t>(message.text_bytes, pantech_text_max);
     if (reply.size() < end)
-        return message.number.empty() && is_closed(reply) ? 0 : -1;
+        return message.number.empty() && closed ? 0 : -1;
     message.text = text_at(reply, message_text_offset, pantech_text_max);
     message.identifier =
         hexadecimal(reply.subspan(message_identifier_offset, message_identifier_width));

@@ -429,10 +429,13 @@ TEST_F(pantech, every_length_of_a_message_reply)
 TEST_F(pantech, an_empty_store_that_is_cut_off_is_an_error)
 {
     EXPECT_EQ(getsms(blank(cmd_sms, 1536).substr(0, 700), -1), "");
-    std::string cut = message_reply("555", "text").substr(0, 1170) + "00~";
+    std::string cut = message_reply("555", "text").substr(0, 1173) + "00~";
     EXPECT_EQ(getsms(cut, 0),
-              "sms-count 1\nsms1-id " + message_id + "\nsms1-phone 555\nsms1-text t00~\n")
-        << "the bytes of a text are all there";
+              "sms-count 1\nsms1-id " + message_id + "\nsms1-phone 555\nsms1-text text\n")
+        << "short, but the text is all there";
+    cut = message_reply("555", "text").substr(0, 1170) + "00~";
+    EXPECT_EQ(getsms(cut, -1), "") << "the end of the reply is no text";
+    EXPECT_EQ(getsms(blank(cmd_sms, 1044)), "sms-count 1\n") << "nor is it a number";
     cut = message_reply("555", "text").substr(0, 1100) + "00~";
     EXPECT_EQ(getsms(cut, -1), "");
 }
