@@ -2,6 +2,7 @@
 
 #include "platform/log.h"
 #include "platform/paths.h"
+#include "platform/text.h"
 #include "platform/unique_fd.h"
 
 #include <algorithm>
@@ -175,6 +176,13 @@ static void read_lines(FILE *stream, std::string &number_out, size_t number_size
     drop_line_feed(number_out);
 }
 
+// Cuts a UTF-8 text between two characters, any other where it is.
+static void cut(std::string &text, size_t bytes_max)
+{
+    const std::string_view whole = text_cut(text, bytes_max);
+    text.resize(text_is_utf8(whole) ? whole.size() : std::min(text.size(), bytes_max));
+}
+
 int cellmodem_sms_readfile(const char *path, std::string &number_out, size_t number_size,
                            std::string &text_out, size_t text_size)
 {
@@ -191,7 +199,9 @@ int cellmodem_sms_readfile(const char *path, std::string &number_out, size_t num
         log_message(log_error, "Could not open file %s", path);
         return 0;
     }
-    read_lines(stream.get(), number_out, number_size, text_out, text_size > 0 ? text_size - 1 : 0);
+    // One byte more tells whether the text goes on within a character.
+    read_lines(stream.get(), number_out, number_size, text_out, text_size);
+    cut(text_out, text_size > 0 ? text_size - 1 : 0);
     if (drop_line_feed(text_out))
         log_message(log_debug, "Truncating new line from text buffer");
     return 1;

@@ -27,7 +27,7 @@ constexpr size_t sms_line_max = 159;
 
 // Reads a message to be sent from `path`, which is the user's and taken as it stands. Both outputs
 // are cleared first; number_out gets at most number_size bytes and text_out at most text_size - 1,
-// both without a line feed at their end. 1 when the file was read, 0 after logging why not.
+// both without a line feed at their end; a UTF-8 text is cut between two characters. 1 when the file was read, 0 after logging why not.
 [[nodiscard]] int cellmodem_sms_readfile(const char *path, std::string &number_out,
                                          size_t number_size, std::string &text_out,
                                          size_t text_size);

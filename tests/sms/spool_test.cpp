@@ -192,6 +192,12 @@ TEST_F(sms_outgoing, texts_are_bounded)
     EXPECT_EQ(read("To: 1\n\n" + std::string(159, 'x') + "\nmore"), "1|" + std::string(159, 'x'));
     EXPECT_EQ(read("To: 1\n\nabc", 0, 0), "|");
     EXPECT_EQ(read("To: 1\n\nabc", 1, 3), "1|ab");
+    EXPECT_EQ(read("To: 1\n\nabc\n", 1, 4), "1|abc");
+    const std::string euro = "\xE2\x82\xAC", most(158, 'x');
+    EXPECT_EQ(read("To: 1\n\n" + most + euro), "1|" + most) << "no character is divided";
+    EXPECT_EQ(read("To: 1\n\n" + most + "\xC3\xA9" + euro), "1|" + most + "\xC3\xA9");
+    const std::string latin = "\xE9" + most + "\xB0";
+    EXPECT_EQ(read("To: 1\n\n" + latin + "\xB0"), "1|" + latin) << "these are no UTF-8";
 }
 
 TEST_F(sms_outgoing, what_is_no_file_is_refused_at_once)

@@ -3,7 +3,7 @@
 // its end reads as empty or 0.
 //
 // Texts in replies end at their first zero byte or with their field. Nothing states their encoding;
-// they are UTF-8 from here on.
+// they are UTF-8 from here on. A character that the end of a full field divides is left out.
 #pragma once
 
 #include <array>

@@ -398,6 +398,31 @@ TEST_F(pantech, output_and_spool_carry_the_same_utf8)
     EXPECT_EQ(spooled(), texts{"From: 555\n\n\xC3\x89t\xC3\xA9"});
 }
 
+TEST_F(pantech, a_full_field_divides_no_character)
+{
+    const std::string e_acute = "\xC3\xA9", smile = "\xF0\x9F\x98\x80";
+    const struct {
+        std::string bytes, shown;
+    } rows[] = {
+        {e_acute + std::string(157, 'x') + "\xC3", e_acute + std::string(157, 'x')},
+        {e_acute + std::string(155, 'x') + smile.substr(0, 3), e_acute + std::string(155, 'x')},
+        {std::string(156, 'x') + smile, std::string(156, 'x') + smile},
+        {std::string(158, 'x') + e_acute, std::string(158, 'x') + e_acute},
+        {"\xE9" + std::string(158, 'x') + "\xC3", e_acute + std::string(158, 'x') + "\xC3\x83"},
+        {"not full \xC3", "not full \xC3\x83"},
+        {std::string(160, '\xB0'),
+         [] {
+             std::string degrees;
+             for (int i = 0; i < 160; i++)
+                 degrees += "\xC2\xB0";
+             return degrees;
+         }()},
+    };
+    for (const auto &[bytes, shown] : rows)
+        EXPECT_TRUE(getsms(message_reply("555", bytes)).ends_with("sms1-text " + shown + "\n"))
+            << shown;
+}
+
 TEST_F(pantech, without_a_message_the_count_is_1_all_the_same)
 {
     EXPECT_EQ(getsms(blank(cmd_sms, 1536)), "sms-count 1\n");
