@@ -162,8 +162,9 @@ static void append(std::string &text, std::string_view more, size_t bytes_max)
     text += more.substr(0, bytes_max - std::min(bytes_max, text.size()));
 }
 
-static void read_lines(FILE *stream, std::string &number_out, size_t number_size,
-                       std::string &text_out, size_t text_max)
+// 0, or -1 when the file could not be read to its end.
+static int read_lines(FILE *stream, std::string &number_out, size_t number_size,
+                      std::string &text_out, size_t text_max)
 {
     char piece[sms_line_max + 1];
     for (int line = 1; fgets(piece, sizeof(piece), stream); line++) {
@@ -174,6 +175,7 @@ static void read_lines(FILE *stream, std::string &number_out, size_t number_size
             append(text_out, content, text_max);
     }
     drop_line_feed(number_out);
+    return ferror(stream) ? -1 : 0;
 }
 
 // Cuts a UTF-8 text between two characters, any other where it is.
@@ -195,12 +197,13 @@ int cellmodem_sms_readfile(const char *path, std::string &number_out, size_t num
         return 0;
     }
     const owned_stream stream = open_message(path);
-    if (!stream) {
+    // One byte more tells whether the text goes on within a character.
+    if (!stream || read_lines(stream.get(), number_out, number_size, text_out, text_size) != 0) {
         log_message(log_error, "Could not open file %s", path);
+        number_out.clear();
+        text_out.clear();
         return 0;
     }
-    // One byte more tells whether the text goes on within a character.
-    read_lines(stream.get(), number_out, number_size, text_out, text_size);
     cut(text_out, text_size > 0 ? text_size - 1 : 0);
     if (drop_line_feed(text_out))
         log_message(log_debug, "Truncating new line from text buffer");

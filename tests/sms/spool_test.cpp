@@ -215,3 +215,12 @@ TEST_F(sms_outgoing, what_is_no_file_is_refused_at_once)
                      "700 cellmodem_sms_readfile(" + root.path() + ")",
                      "300 Could not open file " + root.path()}));
 }
+
+TEST_F(sms_outgoing, a_file_that_cannot_be_read_is_no_empty_message)
+{
+    // A regular file to look at, but its first page is never mapped.
+    std::string number = "old", text = "old";
+    EXPECT_EQ(cellmodem_sms_readfile("/proc/self/mem", number, 18, text, 161), 0);
+    EXPECT_EQ(number + text, "");
+    EXPECT_EQ(log.count("300 Could not open file /proc/self/mem"), 1);
+}
