@@ -240,6 +240,7 @@ static int read_reply(const serial_port &port, std::vector<uint8_t> &reply, size
         } else {
             log_message(log_error, "Received %d unexpected chars: %s: %s", static_cast<int>(got),
                         strerror(errno), port_path);
+            reply.clear();
             return -1;
         }
     }
@@ -328,7 +329,8 @@ static int exchange(cellmodem &modem, serial_port &port, const wmc_frame &frame,
     (void)publish_device_state(modem, device_responding);
     if (pantech_wmc_read(port, reply, frame.reply_bytes) != 0) {
         log_message(log_error, "Failed to receive WMC reply");
-        (void)publish_device_state(modem, device_unresponsive);
+        if (!clock_stopped()) // the wait was ended, the modem may well have been about to answer
+            (void)publish_device_state(modem, device_unresponsive);
         return -1;
     }
     return check_reply(frame.code, reply);

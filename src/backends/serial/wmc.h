@@ -61,9 +61,9 @@ void pantech_wmc_closewmcdevice(serial_port &port);
 [[nodiscard]] int pantech_wmc_sendwmccommand(serial_port &port, std::span<const char> bytes);
 
 // Waits up to a second (a modem's answer: under the time scale) for a reply and takes what is there
-// at once: a reply that comes in pieces with a pause in between is cut after the first. It has at
-// least one byte and may exceed `wanted`, because the last read asks for that many again. 0, or -1
-// after logging why there is none.
+// at once: a reply that comes in pieces with a pause in between is cut after the first. It is empty
+// when the port hung up, and may exceed `wanted`, because the last read asks for that many again. 0,
+// or -1 and an empty reply after logging why there is none.
 [[nodiscard]] int pantech_wmc_read(serial_port &port, std::vector<uint8_t> &reply, size_t wanted);
 
 // Takes the lock, logs `opening`, opens the port, runs `work`, logs `closing` and gives all back.

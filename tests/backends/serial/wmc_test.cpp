@@ -185,6 +185,7 @@ TEST_F(wmc, a_write_that_fails_is_told)
     serial_port unreadable;
     unreadable.fd.reset(open(root.path().c_str(), O_RDONLY));
     EXPECT_EQ(pantech_wmc_read(unreadable, reply, 9), -1);
+    EXPECT_TRUE(reply.empty());
     EXPECT_EQ(log.count("300 Received -1 unexpected chars: Is a directory: /dev/cellcommand01"), 1);
     close(ends[0]);
 }
@@ -352,4 +353,14 @@ TEST_F(wmc, termination_ends_the_wait_for_the_lock)
     root.write(lock_path, "1\n");
     clock_stop();
     EXPECT_EQ(pantech_wmc_lock(), -1) << "and not after nine seconds";
+}
+
+TEST_F(wmc, termination_while_a_reply_is_awaited_says_nothing_of_the_modem)
+{
+    unsetenv("TESSERA_TIME_SCALE");
+    ASSERT_EQ(clock_init(), 0);
+    clock_stop();
+    EXPECT_EQ(ask(0x54, ""), -1);
+    EXPECT_EQ(log.count("300 Failed to receive WMC reply"), 1);
+    EXPECT_EQ(modem.device_state, device_responding);
 }
