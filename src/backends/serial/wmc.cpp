@@ -299,7 +299,7 @@ int pantech_wmc_with_device(const char *opening, const char *closing,
     return work(device.port);
 }
 
-// A reply with a wrong beginning or end is used all the same: some firmware is careless there.
+// A reply with a wrong beginning or end is logged and used all the same.
 static int check_reply(uint8_t code, std::span<const uint8_t> reply)
 {
     if (reply.size() < wmc_reply_bytes_min) {

@@ -5,8 +5,8 @@
 // A frame is "AT*WMC=", the start byte 0xC8, the command's body and two check bytes, and a carriage
 // return. From the body on, a byte below 0x20 is sent as 0x7D and the byte XOR 0x20. The check bytes
 // are part of the frames below; nothing here computes them. A reply is 0xC8, the command's code, its
-// fields at fixed offsets, and "00~". There is no public description of the protocol: frames and
-// lengths are those with which the modems' own firmware and tools work.
+// fields at fixed offsets, and "00~". Of the commands only their frames and the lengths of their
+// replies are known, those in the table.
 #pragma once
 
 #include <cstdint>
