@@ -15,9 +15,9 @@
 // Every field is a key of a scenario's "state". The values here are those of a modem in service.
 struct pantech_state {
     std::string manufacturer = "PANTECH";
-    std::string model = "UML290VW";
-    std::string firmware = "L0290VWB522F.242";
-    std::string hardware = "4.3";
+    std::string model = "Simulated LTE";
+    std::string firmware = "SIM-1.0.42";
+    std::string hardware = "SIM-A";
     std::string min = "5550100042";
     std::string meid = "A1000009D82A42";
     std::string imei = "990000560042424";

@@ -52,7 +52,7 @@ static int open_frame(std::string_view line, std::string_view &inside, std::stri
     return 0;
 }
 
-// Programs send 0x11 with one zero byte less than its check value was made for, and modems take it.
+// The daemon's frame of 0x11 has another check value than that of its bytes. It is taken as it stands.
 static constexpr std::string_view known_short_body("\x11\x01\x00\x00", 4);
 static constexpr uint16_t known_short_check = 0x2506;
 

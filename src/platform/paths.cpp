@@ -48,7 +48,8 @@ int make_directories(std::string_view path, unsigned mode)
     std::string place = rooted(path);
     for (size_t slash = place.find('/', 1);; slash = place.find('/', slash + 1)) {
         const std::string part = place.substr(0, slash);
-        if (mkdir(part.c_str(), mode) != 0 && errno != EEXIST)
+        const bool created = mkdir(part.c_str(), mode) == 0;
+        if (created ? chmod(part.c_str(), mode) != 0 : errno != EEXIST)
             return -1;
         if (slash == std::string::npos)
             return dir_exists(path) ? 0 : -1;

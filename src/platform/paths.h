@@ -23,7 +23,8 @@ struct sockaddr_un;
 [[nodiscard]] bool file_exists(std::string_view path);
 [[nodiscard]] bool dir_exists(std::string_view path);
 
-// Creates a directory with its missing parents below the root. 0, or -1 with errno.
+// Creates a directory with its missing parents below the root; each that it creates has the mode as
+// it stands, whatever the umask. 0, or -1 with errno.
 int make_directories(std::string_view path, unsigned mode);
 
 // Fills a Unix socket address with the rooted path. A path that does not fit into `length_max`

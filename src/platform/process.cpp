@@ -204,14 +204,17 @@ bool process_alive(long pid)
     return kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM;
 }
 
+long process_parse_pid(const char *text)
+{
+    char *end = nullptr;
+    const long pid = std::strtol(text, &end, 10);
+    const bool whole = end != text && (*end == '\0' || *end == '\n');
+    return whole && pid > 0 && pid <= INT_MAX ? pid : -1;
+}
+
 long process_read_pid(const char *path)
 {
     const std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(rooted(path).c_str(), "re"), fclose);
     char line[32] = "";
-    if (!file || !fgets(line, sizeof(line), file.get()))
-        return -1;
-    char *end = nullptr;
-    const long pid = std::strtol(line, &end, 10);
-    const bool whole = end != line && (*end == '\0' || *end == '\n');
-    return whole && pid > 0 && pid <= INT_MAX ? pid : -1;
+    return file && fgets(line, sizeof(line), file.get()) ? process_parse_pid(line) : -1;
 }

@@ -20,5 +20,8 @@ int process_shell(const char *line);
 // True when a process of that id lives, whoever owns it. Ids below 1 name no process.
 [[nodiscard]] bool process_alive(long pid);
 
+// The decimal process id on the first line of a text, or -1.
+[[nodiscard]] long process_parse_pid(const char *text);
+
 // The decimal process id on the first line of the fixed path `path` (rooted), or -1.
 [[nodiscard]] long process_read_pid(const char *path);

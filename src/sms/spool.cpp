@@ -2,6 +2,7 @@
 
 #include "platform/log.h"
 #include "platform/paths.h"
+#include "platform/text.h"
 #include "platform/unique_fd.h"
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 #include <fcntl.h>
@@ -17,13 +19,14 @@
 
 constexpr size_t tag_length = 4; // "To: "
 constexpr mode_t directory_mode = 0755;
-constexpr mode_t file_mode = 0644; // mkstemp's 0600 would hide it from the other services
+constexpr mode_t file_mode = 0644; // for the other services
+constexpr mode_t private_mode = 0600;
 
 // ---- received messages
 
-// Writes the whole file and makes it ready to be renamed: after a power cut, too, the name must not
-// show less than the message. 0, or -1 with errno; the file is closed in either case.
-static int fill(unique_fd fd, std::string_view content)
+// Writes the whole file: after a power cut, too, its name must not show less than the message. 0, or
+// -1 with errno.
+static int fill(const unique_fd &fd, std::string_view content)
 {
     while (!content.empty()) {
         const ssize_t written = write(fd.get(), content.data(), content.size());
@@ -31,7 +34,20 @@ static int fill(unique_fd fd, std::string_view content)
             return -1;
         content.remove_prefix(written > 0 ? static_cast<size_t>(written) : 0);
     }
-    return fchmod(fd.get(), file_mode) == 0 && fsync(fd.get()) == 0 ? fd.reset() : -1;
+    return fsync(fd.get());
+}
+
+// Renames a file that is for everybody from then on, and for nobody else before. 0, or -1 with errno.
+static int publish_file(const unique_fd &fd, const std::string &from, const std::string &to)
+{
+    if (fchmod(fd.get(), file_mode) != 0)
+        return -1;
+    if (rename(from.c_str(), to.c_str()) == 0)
+        return 0;
+    const int error = errno;
+    (void)fchmod(fd.get(), private_mode);
+    errno = error;
+    return -1;
 }
 
 // Removes a file and leaves errno alone.
@@ -48,22 +64,23 @@ static int fill_beside(const std::string &name, const std::string &final_place,
                        std::string_view content)
 {
     const std::string hidden = rooted(std::string(sms_spool_path) + "/." + name);
-    unique_fd fd(open(hidden.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    const unique_fd fd(open(hidden.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, private_mode));
     if (!fd)
         return -1;
-    if (fill(std::move(fd), content) == 0 && rename(hidden.c_str(), final_place.c_str()) == 0)
+    if (fill(fd, content) == 0 && publish_file(fd, hidden, final_place) == 0)
         return 0;
     discard(hidden);
     return -1;
 }
 
 // 0, or -1 with errno; then the temporary file is still there.
-static int move_to_spool(const std::string &temporary_place, const std::string &name,
-                         const std::string &final_place, std::string_view content)
+static int move_to_spool(const unique_fd &fd, const std::string &temporary_place,
+                         const std::string &name, const std::string &final_place,
+                         std::string_view content)
 {
     if (!dir_exists(sms_spool_path) && make_directories(sms_spool_path, directory_mode) != 0)
         return -1;
-    if (rename(temporary_place.c_str(), final_place.c_str()) == 0)
+    if (publish_file(fd, temporary_place, final_place) == 0)
         return 0;
     if (errno != EXDEV || fill_beside(name, final_place, content) != 0)
         return -1;
@@ -71,10 +88,22 @@ static int move_to_spool(const std::string &temporary_place, const std::string &
     return 0;
 }
 
+// The file that could not be moved last. A message that is read again leaves another each time, so
+// the next one, moved or left, takes its place.
+static void replace_leftover(const std::string &place)
+{
+    static std::mutex mutex;
+    static std::string leftover;
+    const std::lock_guard lock(mutex);
+    if (!leftover.empty())
+        discard(leftover);
+    leftover = place;
+}
+
 int cellmodem_sms_writefile(const std::string &number, const std::string &text)
 {
     std::string place = rooted("/tmp/recv_XXXXXX");
-    unique_fd fd(mkstemp(place.data()));
+    const unique_fd fd(mkostemp(place.data(), O_CLOEXEC));
     const std::string name = place.substr(place.rfind('/') + 1);
     const std::string temporary = "/tmp/" + name;
     const std::string final_path = std::string(sms_spool_path) + "/" + name;
@@ -86,12 +115,14 @@ int cellmodem_sms_writefile(const std::string &number, const std::string &text)
         return 0;
     }
     const std::string content = "From: " + number + "\n\n" + text;
-    if (fill(std::move(fd), content) != 0) {
+    if (fill(fd, content) != 0) {
         discard(place);
         log_message(log_error, "Failed writing: %s: %s", temporary.c_str(), strerror(errno));
         return 0;
     }
-    if (move_to_spool(place, name, rooted(final_path), content) != 0) {
+    const bool moved = move_to_spool(fd, place, name, rooted(final_path), content) == 0;
+    replace_leftover(moved ? "" : place);
+    if (!moved) {
         log_message(log_error, "Failed moving: %s -> %s: %s", temporary.c_str(), final_path.c_str(),
                     strerror(errno));
         return 0;
@@ -131,8 +162,9 @@ static void append(std::string &text, std::string_view more, size_t bytes_max)
     text += more.substr(0, bytes_max - std::min(bytes_max, text.size()));
 }
 
-static void read_lines(FILE *stream, std::string &number_out, size_t number_size,
-                       std::string &text_out, size_t text_max)
+// 0, or -1 when the file could not be read to its end.
+static int read_lines(FILE *stream, std::string &number_out, size_t number_size,
+                      std::string &text_out, size_t text_max)
 {
     char piece[sms_line_max + 1];
     for (int line = 1; fgets(piece, sizeof(piece), stream); line++) {
@@ -143,6 +175,14 @@ static void read_lines(FILE *stream, std::string &number_out, size_t number_size
             append(text_out, content, text_max);
     }
     drop_line_feed(number_out);
+    return ferror(stream) ? -1 : 0;
+}
+
+// Cuts a UTF-8 text between two characters, any other where it is.
+static void cut(std::string &text, size_t bytes_max)
+{
+    const std::string_view whole = text_cut(text, bytes_max);
+    text.resize(text_is_utf8(whole) ? whole.size() : std::min(text.size(), bytes_max));
 }
 
 int cellmodem_sms_readfile(const char *path, std::string &number_out, size_t number_size,
@@ -157,11 +197,14 @@ int cellmodem_sms_readfile(const char *path, std::string &number_out, size_t num
         return 0;
     }
     const owned_stream stream = open_message(path);
-    if (!stream) {
+    // One byte more tells whether the text goes on within a character.
+    if (!stream || read_lines(stream.get(), number_out, number_size, text_out, text_size) != 0) {
         log_message(log_error, "Could not open file %s", path);
+        number_out.clear();
+        text_out.clear();
         return 0;
     }
-    read_lines(stream.get(), number_out, number_size, text_out, text_size > 0 ? text_size - 1 : 0);
+    cut(text_out, text_size > 0 ? text_size - 1 : 0);
     if (drop_line_feed(text_out))
         log_message(log_debug, "Truncating new line from text buffer");
     return 1;

@@ -72,9 +72,9 @@ TEST_F(pantech_appliance, a_modem_is_shown)
                         "driver Pantech WMC\n"
                         "device /dev/cellcommand01\n"
                         "manufacturer PANTECH\n"
-                        "model UML290VW\n"
-                        "firmware L0290VWB522F.242\n"
-                        "hardware 4.3\n"
+                        "model Simulated LTE\n"
+                        "firmware SIM-1.0.42\n"
+                        "hardware SIM-A\n"
                         "min 5550100042\n"
                         "imei 990000560042424\n"
                         "iccid 89148000000842424242\n"
@@ -123,9 +123,10 @@ TEST_F(pantech_appliance, start_up_publishes_the_first_records)
     EXPECT_EQ(run_program("infod-get", {"config.cellmodem"}).out,
               info + "apn internet\n" + info + "attached yes\n" + info +
                   "device /dev/cellcommand01\n" + info + "driver Pantech WMC\n" + info +
-                  "manufacturer PANTECH\n" + info + "model UML290VW\n" + status + "attached 1\n" +
-                  status + "device-state RESPONDING\n" + status + "operator-name Test Network\n" +
-                  status + "rssi -71\n" + status + "technology 4G LTE\n");
+                  "manufacturer PANTECH\n" + info + "model Simulated LTE\n" + status +
+                  "attached 1\n" + status + "device-state RESPONDING\n" + status +
+                  "operator-name Test Network\n" + status + "rssi -71\n" + status +
+                  "technology 4G LTE\n");
     tell_sim(R"({"faults": [{"match": "WMC", "do": "silence", "count": 0}]})");
     wait_for("a silent modem to show", [&] {
         return run_program("infod-get", {status + "device-state"}).out ==
@@ -254,7 +255,7 @@ TEST_F(pantech_appliance, two_roots_do_not_know_of_each_other)
     EXPECT_EQ(other.tessera({"--get-sms"}).code, 1);
     fs::remove(other.root.place(lock_path));
     EXPECT_EQ(count(other.tessera({"-i"}).out, "model OTHER\n"), 1);
-    EXPECT_EQ(count(tessera({"-i"}).out, "model UML290VW\n"), 1);
+    EXPECT_EQ(count(tessera({"-i"}).out, "model Simulated LTE\n"), 1);
     EXPECT_EQ(other.tessera({"--get-sms"}).code, 0);
     EXPECT_EQ(other.spooled(), texts{"From: 5550100099\n\nNext door"});
     EXPECT_EQ(spooled(), texts{message_file});
@@ -318,7 +319,7 @@ class bad_reply : public pantech_appliance, public testing::WithParamInterface<r
 TEST_P(bad_reply, is_told_and_overcome)
 {
     const reply_fault &row = GetParam();
-    const std::string wanted = row.arguments[0] == "-i"   ? "model UML290VW\n"
+    const std::string wanted = row.arguments[0] == "-i"   ? "model Simulated LTE\n"
                                : row.arguments[0] == "-s" ? "rssi -71\n"
                                                           : "sms1-text Water in the cellar\n";
     bring_up();
@@ -398,7 +399,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "technology 4G LTE\n",
                     "Received unexpected response term"},
         reply_fault{
-            "twice", "WMC 0x06", R"("do": "double")", {"-i"}, 0, "model UML290VW\n", nullptr},
+            "twice", "WMC 0x06", R"("do": "double")", {"-i"}, 0, "model Simulated LTE\n", nullptr},
         reply_fault{"hangup",
                     "WMC 0x06",
                     R"("do": "hangup", "bytes": 600, "return_ms": 20)",

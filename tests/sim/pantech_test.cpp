@@ -81,7 +81,7 @@ TEST_F(pantech, says_why_it_refuses_a_frame)
     }
     EXPECT_EQ("\r\nOK\r\n", ask("AT"));
     EXPECT_EQ(error, ask("AT+CFUN?"));
-    EXPECT_NE(std::string::npos, ask("ATI").find("Model: UML290VW\r\n"));
+    EXPECT_NE(std::string::npos, ask("ATI").find("Model: Simulated LTE\r\n"));
     EXPECT_EQ("AT", wmc_request_name("AT"));
     EXPECT_EQ("WMC", wmc_request_name("AT*WMC=\xC8"));
 }
@@ -147,7 +147,7 @@ TEST_F(pantech, refuses_a_wrong_state_as_a_whole)
         std::string said;
         EXPECT_EQ(-1, merge(json, &said));
         EXPECT_EQ(why, said);
-        EXPECT_EQ("UML290VW", modem_.state.model);
+        EXPECT_EQ("Simulated LTE", modem_.state.model);
         EXPECT_TRUE(modem_.overrides.empty());
     }
 }

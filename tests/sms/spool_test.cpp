@@ -53,6 +53,11 @@ TEST_F(sms_spool, a_message_becomes_a_file_for_everybody)
     struct stat status;
     ASSERT_EQ(stat(root.place(spool + "/" + name).c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777u, 0644u);
+    for (const std::string directory :
+         {"/var/spool", "/var/spool/sms", "/var/spool/sms/incoming"}) {
+        ASSERT_EQ(stat(root.place(directory).c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777u, 0755u) << directory;
+    }
     EXPECT_EQ(names("/tmp"), texts{});
     EXPECT_EQ(log.lines(),
               (texts{"700 cellmodem_sms_writefile(/tmp/" + name + ", +6421555, Kia ora\n)",
@@ -91,6 +96,30 @@ TEST_F(sms_spool, what_cannot_be_moved_stays_in_tmp)
     EXPECT_EQ(log.count("300 Failed moving: /tmp/" + name + " -> " + spool + "/" + name +
                         ": File exists"),
               1);
+    struct stat status;
+    ASSERT_EQ(stat(root.place("/tmp/" + name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777u, 0600u);
+}
+
+TEST_F(sms_spool, one_leftover_at_most_stays_in_tmp)
+{
+    // The name exists and the mode is set before the move itself fails.
+    fs::create_directories(root.place("/var/spool/sms"));
+    fs::create_symlink("/proc", root.place(spool));
+    EXPECT_EQ(cellmodem_sms_writefile("1", "first"), 0);
+    root.write("/tmp/recv_others", "another program's");
+    EXPECT_EQ(cellmodem_sms_writefile("1", "second"), 0);
+    texts left = names("/tmp");
+    std::erase(left, "recv_others");
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(root.read("/tmp/" + left[0]), "From: 1\n\nsecond");
+    struct stat status;
+    ASSERT_EQ(stat(root.place("/tmp/" + left[0]).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777u, 0600u);
+    fs::remove(root.place(spool));
+    EXPECT_EQ(cellmodem_sms_writefile("1", "third"), 1);
+    EXPECT_EQ(names("/tmp"), texts{"recv_others"});
+    EXPECT_EQ(only_message(), "From: 1\n\nthird");
 }
 
 TEST_F(sms_spool, a_full_disk_leaves_no_half_message)
@@ -163,6 +192,12 @@ TEST_F(sms_outgoing, texts_are_bounded)
     EXPECT_EQ(read("To: 1\n\n" + std::string(159, 'x') + "\nmore"), "1|" + std::string(159, 'x'));
     EXPECT_EQ(read("To: 1\n\nabc", 0, 0), "|");
     EXPECT_EQ(read("To: 1\n\nabc", 1, 3), "1|ab");
+    EXPECT_EQ(read("To: 1\n\nabc\n", 1, 4), "1|abc");
+    const std::string euro = "\xE2\x82\xAC", most(158, 'x');
+    EXPECT_EQ(read("To: 1\n\n" + most + euro), "1|" + most) << "no character is divided";
+    EXPECT_EQ(read("To: 1\n\n" + most + "\xC3\xA9" + euro), "1|" + most + "\xC3\xA9");
+    const std::string latin = "\xE9" + most + "\xB0";
+    EXPECT_EQ(read("To: 1\n\n" + latin + "\xB0"), "1|" + latin) << "these are no UTF-8";
 }
 
 TEST_F(sms_outgoing, what_is_no_file_is_refused_at_once)
@@ -179,4 +214,13 @@ TEST_F(sms_outgoing, what_is_no_file_is_refused_at_once)
                      "700 cellmodem_sms_readfile(" + pipe + ")", "300 Could not open file " + pipe,
                      "700 cellmodem_sms_readfile(" + root.path() + ")",
                      "300 Could not open file " + root.path()}));
+}
+
+TEST_F(sms_outgoing, a_file_that_cannot_be_read_is_no_empty_message)
+{
+    // A regular file to look at, but its first page is never mapped.
+    std::string number = "old", text = "old";
+    EXPECT_EQ(cellmodem_sms_readfile("/proc/self/mem", number, 18, text, 161), 0);
+    EXPECT_EQ(number + text, "");
+    EXPECT_EQ(log.count("300 Could not open file /proc/self/mem"), 1);
 }

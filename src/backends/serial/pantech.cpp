@@ -8,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/paths.h"
+#include "platform/text.h"
 #include "publish/output.h"
 #include "publish/state.h"
 #include "sms/spool.h"
@@ -18,8 +19,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 constexpr const char *default_smsc = "19037029920";
 constexpr int send_reads_max = 3;
@@ -156,11 +155,10 @@ static void remember(const std::string &identifier)
     const bool written = file && fputs(identifier.c_str(), file) >= 0;
     if ((file && fclose(file) != 0) || !written)
         log_message(log_error, "Failed to write %s: %s", pantech_last_sms_path, strerror(errno));
-    log_message(log_debug, "Newset SMS is now: %s", identifier.c_str());
 }
 
-// Spools a message that was not there yet. What is remembered but not in the spool would be lost:
-// it is forgotten again, and spooled when it is next read.
+// Spools a message that was not there yet. It is remembered only once it is in the spool: whatever
+// ends the program in between, the message is spooled when it is next read.
 static void keep_message(const pantech_message &message)
 {
     if (was_received(message.identifier)) {
@@ -168,13 +166,14 @@ static void keep_message(const pantech_message &message)
                     message.identifier.c_str());
         return;
     }
-    remember(message.identifier);
-    if (message.identifier.empty() || message.number.empty() || message.text.empty())
-        return;
-    if (cellmodem_sms_writefile(message.number, message.text) == 0) {
+    log_message(log_debug, "Newset SMS is now: %s", message.identifier.c_str());
+    const bool spoolable =
+        !message.identifier.empty() && !message.number.empty() && !message.text.empty();
+    if (spoolable && cellmodem_sms_writefile(message.number, message.text) != 1) {
         log_message(log_error, "Failed to write sms");
-        unlink(rooted(pantech_last_sms_path).c_str());
+        return;
     }
+    remember(message.identifier);
 }
 
 static int pantech_wmc_getsms(cellmodem &modem, FILE *out, int mode)
@@ -209,12 +208,24 @@ static int pantech_wmc_getsms(cellmodem &modem, FILE *out, int mode)
 
 // ---- messages to be sent
 
-// The frame ends at the first carriage return; what stood behind it would be a command of its own.
-static int check_argument(const char *name, std::string_view text)
+// Line feed and tab belong to a text; of the other control characters some end the frame, and what
+// stood behind it would be a command of its own. '}' would change the character behind it.
+static bool is_sendable(char c, std::string_view allowed)
 {
-    if (text.find('\r') == std::string_view::npos)
+    return c != '}' && (!text_has_control({&c, 1}) || allowed.find(c) != allowed.npos);
+}
+
+static int check_argument(const char *name, std::string_view text, std::string_view allowed)
+{
+    const auto found =
+        std::find_if_not(text.begin(), text.end(), [=](char c) { return is_sendable(c, allowed); });
+    if (found == text.end())
         return 0;
-    log_message(log_error, "Refused: %s holds a carriage return", name);
+    if (*found == '}')
+        log_message(log_error, "Refused: %s holds '}'", name);
+    else
+        log_message(log_error, "Refused: %s holds the control character 0x%02x", name,
+                    static_cast<unsigned>(*found));
     return -1;
 }
 
@@ -244,11 +255,14 @@ static int pantech_wmc_sendsms(cellmodem &, const char *path, const char *smsc)
     std::string number, text;
     if (cellmodem_sms_readfile(path, number, pantech_number_max, text, pantech_text_max + 1) == 0)
         return -1;
-    if (check_argument("service centre", centre) != 0 || check_argument("number", number) != 0 ||
-        check_argument("text", text) != 0)
+    if (check_argument("service centre", centre, "") != 0 ||
+        check_argument("number", number, "") != 0 || check_argument("text", text, "\n\t") != 0)
         return -1;
-    if (text.size() == pantech_text_unsendable)
+    if (text.size() == pantech_text_unsendable) {
+        log_message(log_warning, "A text of %d bytes cannot be sent, a blank was appended",
+                    static_cast<int>(text.size()));
         text += ' ';
+    }
     const pantech_message_frame frame = pantech_make_message(number, centre, text);
     log_message(log_debug, "Sending SMS command. Msg len: %d Total len: %d",
                 static_cast<int>(text.size()), static_cast<int>(frame.size() - text.size()));

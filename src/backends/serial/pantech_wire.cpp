@@ -59,11 +59,28 @@ static uint8_t byte_at(wmc_bytes reply, size_t offset)
     return offset < reply.size() ? reply[offset] : 0;
 }
 
+// A UTF-8 text without a last character of which only the beginning is there; any other as it is.
+static std::string_view without_divided_end(std::string_view bytes)
+{
+    size_t whole = bytes.size();
+    while (whole > 0 && (static_cast<uint8_t>(bytes[whole - 1]) & 0xC0) == 0x80)
+        whole--;
+    if (whole == 0)
+        return bytes;
+    const auto lead = static_cast<uint8_t>(bytes[--whole]);
+    const size_t needed = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    const bool divided = lead >= 0xC2 && lead <= 0xF4 && bytes.size() - whole < needed;
+    return divided && text_is_utf8(bytes.substr(0, whole)) ? bytes.substr(0, whole) : bytes;
+}
+
 static std::string text_at(wmc_bytes reply, size_t offset, size_t width)
 {
     const wmc_bytes rest = reply.subspan(std::min(offset, reply.size()));
     const wmc_bytes field = rest.first(std::min(width, rest.size()));
-    return text_from_bytes(std::string(field.begin(), std::find(field.begin(), field.end(), 0)));
+    const std::string bytes(field.begin(), std::find(field.begin(), field.end(), 0));
+    // A full field may have cut its text anywhere.
+    return text_from_bytes(bytes.size() == width ? without_divided_end(bytes)
+                                                 : std::string_view(bytes));
 }
 
 static int64_t decimal_at(wmc_bytes reply, size_t offset, size_t width)
@@ -127,12 +144,15 @@ static std::string hexadecimal(wmc_bytes bytes)
 
 int pantech_read_message(wmc_bytes reply, pantech_message &message)
 {
+    const bool closed = is_closed(reply);
+    if (closed)
+        reply = reply.first(reply.size() - wmc_reply_end.size());
     message = {};
     message.number = text_at(reply, message_number_offset, message_number_width);
     message.text_bytes = byte_at(reply, message_length_offset);
     const size_t end = message_text_offset + std::min<size_t>(message.text_bytes, pantech_text_max);
     if (reply.size() < end)
-        return message.number.empty() && is_closed(reply) ? 0 : -1;
+        return message.number.empty() && closed ? 0 : -1;
     message.text = text_at(reply, message_text_offset, pantech_text_max);
     message.identifier =
         hexadecimal(reply.subspan(message_identifier_offset, message_identifier_width));

@@ -3,7 +3,7 @@
 // its end reads as empty or 0.
 //
 // Texts in replies end at their first zero byte or with their field. Nothing states their encoding;
-// they are UTF-8 from here on.
+// they are UTF-8 from here on. A character that the end of a full field divides is left out.
 #pragma once
 
 #include <array>
@@ -74,8 +74,8 @@ constexpr size_t pantech_text_unsendable = '\r' ^ 0x20;
 using pantech_message_frame = std::array<char, pantech_message_frame_bytes>;
 
 // The frame that sends a text to a number through a service centre. What exceeds its field is cut.
-// Nothing is escaped: none of the three may hold a carriage return, which ends the frame, and the
-// text must not have pantech_text_unsendable bytes.
+// Nothing is escaped: none of the three may hold a carriage return, which ends the frame, or '}',
+// which escapes what follows it, and the text must not have pantech_text_unsendable bytes.
 [[nodiscard]] pantech_message_frame
 pantech_make_message(std::string_view number, std::string_view smsc, std::string_view text);
 

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -21,6 +22,7 @@
 
 constexpr const char *lock_directory = "/var/lock";
 constexpr mode_t lock_directory_mode = 0644;
+constexpr mode_t lock_file_mode = 0644;
 constexpr int lock_attempts_max = 3;
 constexpr int lock_pause_ms = 3000;
 constexpr int reply_timeout_ms = 1000;
@@ -69,22 +71,41 @@ static unsigned own_pid()
 
 // The file's existence is the lock, for other programs too. Its owner's flock and process id only
 // tell the living from the dead: an id alone may mean somebody else, in another container.
-static void sign(const unique_fd &fd)
+//
+// Writes the own id over what is there: at no time is the file without a readable one. 0, or -1 with
+// errno.
+static int sign(const unique_fd &fd)
 {
     char text[32];
     const int length = snprintf(text, sizeof(text), "%u\n", own_pid());
-    if (write(fd.get(), text, static_cast<size_t>(length)) != length)
-        log_message(log_debug, "Could not write %s: %s", wmc_lock_path, strerror(errno));
+    const ssize_t written = pwrite(fd.get(), text, static_cast<size_t>(length), 0);
+    if (written >= 0 && written != length)
+        errno = ENOSPC;
+    return written == length ? ftruncate(fd.get(), length) : -1;
+}
+
+// The lock appears under its name signed, by a link from a private name: a process that dies before
+// leaves nothing behind that would block. -1 with errno, EEXIST when there is a lock.
+static int link_signed(const unique_fd &fd, const std::string &private_place)
+{
+    if (fchmod(fd.get(), lock_file_mode) != 0)
+        return -1;
+    // Nobody else knows the file yet. Where there is no flock, the id has to do.
+    (void)flock(fd.get(), LOCK_EX | LOCK_NB);
+    return sign(fd) == 0 ? link(private_place.c_str(), rooted(wmc_lock_path).c_str()) : -1;
 }
 
 static unique_fd create_lock()
 {
-    unique_fd fd(
-        open(rooted(wmc_lock_path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    if (fd) {
-        (void)flock(fd.get(), LOCK_EX | LOCK_NB); // at worst somebody is just looking for an owner
-        sign(fd);
-    }
+    std::string private_place = rooted(std::string(wmc_lock_path) + ".XXXXXX");
+    unique_fd fd(mkostemp(private_place.data(), O_CLOEXEC));
+    if (!fd)
+        return fd;
+    const int error = link_signed(fd, private_place) == 0 ? 0 : errno;
+    unlink(private_place.c_str());
+    if (error != 0)
+        fd.reset();
+    errno = error;
     return fd;
 }
 
@@ -95,33 +116,52 @@ static bool has_name(const unique_fd &fd, const std::string &place)
            held.st_ino == named.st_ino && held.st_dev == named.st_dev;
 }
 
+static long read_owner(const unique_fd &fd)
+{
+    char line[32] = "";
+    return pread(fd.get(), line, sizeof(line) - 1, 0) > 0 ? process_parse_pid(line) : -1;
+}
+
+// True when the file is this process' to take: a dead owner's, and still the lock.
+static bool is_stale(const unique_fd &fd, const std::string &place, long &owner)
+{
+    struct stat status;
+    if (fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        flock(fd.get(), LOCK_EX | LOCK_NB) != 0 || !has_name(fd, place))
+        return false;
+    owner = read_owner(fd);
+    // In a container a restarted daemon often gets the very process id of its predecessor.
+    return owner > 0 && (owner == getpid() || !process_alive(owner));
+}
+
 // Takes over the lock file of a dead process. It is written anew and never removed meanwhile, so
-// that no other program comes between.
+// that no other program comes between; it may still have been removed by somebody who saw the old
+// owner. Empty with errno otherwise, EEXIST when the lock is respected.
 static unique_fd take_over_lock()
 {
     const std::string place = rooted(wmc_lock_path);
     unique_fd fd(open(place.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!fd || flock(fd.get(), LOCK_EX | LOCK_NB) != 0 || !has_name(fd, place))
-        return unique_fd();
-    const long owner = process_read_pid(wmc_lock_path);
-    // In a container a restarted daemon often gets the very process id of its predecessor.
-    if (owner < 1 || (owner != getpid() && process_alive(owner)))
-        return unique_fd();
+    long owner = -1;
+    int error = 0;
+    if (!fd || !is_stale(fd, place, owner))
+        error = EEXIST;
+    else if (sign(fd) != 0)
+        error = errno;
+    else if (!has_name(fd, place))
+        error = EEXIST;
+    if (error != 0) {
+        fd.reset();
+        errno = error;
+        return fd;
+    }
     log_message(log_warning, "Taking over %s, its owner %ld is dead", wmc_lock_path, owner);
-    if (ftruncate(fd.get(), 0) != 0)
-        return unique_fd();
-    sign(fd);
     return fd;
 }
 
 static unique_fd try_lock()
 {
     unique_fd fd = create_lock();
-    if (fd || errno != EEXIST)
-        return fd;
-    fd = take_over_lock();
-    errno = EEXIST;
-    return fd;
+    return fd || errno != EEXIST ? std::move(fd) : take_over_lock();
 }
 
 int pantech_wmc_lock()
@@ -200,6 +240,7 @@ static int read_reply(const serial_port &port, std::vector<uint8_t> &reply, size
         } else {
             log_message(log_error, "Received %d unexpected chars: %s: %s", static_cast<int>(got),
                         strerror(errno), port_path);
+            reply.clear();
             return -1;
         }
     }
@@ -258,7 +299,7 @@ int pantech_wmc_with_device(const char *opening, const char *closing,
     return work(device.port);
 }
 
-// A reply with a wrong beginning or end is used all the same: some firmware is careless there.
+// A reply with a wrong beginning or end is logged and used all the same.
 static int check_reply(uint8_t code, std::span<const uint8_t> reply)
 {
     if (reply.size() < wmc_reply_bytes_min) {
@@ -288,7 +329,8 @@ static int exchange(cellmodem &modem, serial_port &port, const wmc_frame &frame,
     (void)publish_device_state(modem, device_responding);
     if (pantech_wmc_read(port, reply, frame.reply_bytes) != 0) {
         log_message(log_error, "Failed to receive WMC reply");
-        (void)publish_device_state(modem, device_unresponsive);
+        if (!clock_stopped()) // the wait was ended, the modem may well have been about to answer
+            (void)publish_device_state(modem, device_unresponsive);
         return -1;
     }
     return check_reply(frame.code, reply);

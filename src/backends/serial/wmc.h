@@ -5,8 +5,8 @@
 // A frame is "AT*WMC=", the start byte 0xC8, the command's body and two check bytes, and a carriage
 // return. From the body on, a byte below 0x20 is sent as 0x7D and the byte XOR 0x20. The check bytes
 // are part of the frames below; nothing here computes them. A reply is 0xC8, the command's code, its
-// fields at fixed offsets, and "00~". There is no public description of the protocol: frames and
-// lengths are those with which the modems' own firmware and tools work.
+// fields at fixed offsets, and "00~". Of the commands only their frames and the lengths of their
+// replies are known, those in the table.
 #pragma once
 
 #include <cstdint>
@@ -61,9 +61,9 @@ void pantech_wmc_closewmcdevice(serial_port &port);
 [[nodiscard]] int pantech_wmc_sendwmccommand(serial_port &port, std::span<const char> bytes);
 
 // Waits up to a second (a modem's answer: under the time scale) for a reply and takes what is there
-// at once: a reply that comes in pieces with a pause in between is cut after the first. It has at
-// least one byte and may exceed `wanted`, because the last read asks for that many again. 0, or -1
-// after logging why there is none.
+// at once: a reply that comes in pieces with a pause in between is cut after the first. It is empty
+// when the port hung up, and may exceed `wanted`, because the last read asks for that many again. 0,
+// or -1 and an empty reply after logging why there is none.
 [[nodiscard]] int pantech_wmc_read(serial_port &port, std::vector<uint8_t> &reply, size_t wanted);
 
 // Takes the lock, logs `opening`, opens the port, runs `work`, logs `closing` and gives all back.

@@ -7,12 +7,14 @@
 #include "support/pty_modem.h"
 #include "support/temp_root.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -183,6 +185,7 @@ TEST_F(wmc, a_write_that_fails_is_told)
     serial_port unreadable;
     unreadable.fd.reset(open(root.path().c_str(), O_RDONLY));
     EXPECT_EQ(pantech_wmc_read(unreadable, reply, 9), -1);
+    EXPECT_TRUE(reply.empty());
     EXPECT_EQ(log.count("300 Received -1 unexpected chars: Is a directory: /dev/cellcommand01"), 1);
     close(ends[0]);
 }
@@ -245,6 +248,43 @@ TEST_F(wmc, a_lock_of_a_dead_owner_is_taken_over)
     ASSERT_EQ(flock(held, LOCK_EX), 0);
     EXPECT_EQ(pantech_wmc_lock(), -1);
     close(held);
+}
+
+TEST_F(wmc, a_pipe_in_the_place_of_the_lock_holds_up_nobody)
+{
+    ASSERT_EQ(mkfifo(root.place(lock_path).c_str(), 0600), 0);
+    EXPECT_EQ(pantech_wmc_lock(), -1);
+    EXPECT_EQ(log.count("300 Failed opening lockfile, attempt: 3, 17: File exists"), 1);
+}
+
+TEST_F(wmc, a_lock_that_cannot_be_signed_is_not_made)
+{
+    const auto lock_without_space = [&](void (*disposition)(int)) {
+        const pid_t child = fork();
+        if (child == 0) {
+            const rlimit none = {0, 0};
+            std::signal(SIGXFSZ, disposition);
+            if (setrlimit(RLIMIT_CORE, &none) != 0 || setrlimit(RLIMIT_FSIZE, &none) != 0)
+                _exit(1);
+            const bool told = pantech_wmc_lock() == -1 && !log.has("Taking over") &&
+                              log.has("Failed opening lockfile, attempt: 3, 27: File too large");
+            _exit(told ? 2 : 3);
+        }
+        int result = 0;
+        EXPECT_EQ(waitpid(child, &result, 0), child);
+        return WIFSIGNALED(result) ? -WTERMSIG(result) : WEXITSTATUS(result);
+    };
+    EXPECT_EQ(lock_without_space(SIG_IGN), 2);
+    EXPECT_TRUE(std::filesystem::is_empty(root.place("/var/lock")));
+    const std::string owner = dead_pid();
+    root.write(lock_path, owner);
+    EXPECT_EQ(lock_without_space(SIG_IGN), 2);
+    EXPECT_EQ(root.read(lock_path), owner);
+    std::filesystem::remove(root.place(lock_path));
+
+    EXPECT_EQ(lock_without_space(SIG_DFL), -SIGXFSZ) << "killed while it signs";
+    EXPECT_EQ(pantech_wmc_lock(), 0) << "and nothing blocks";
+    pantech_wmc_unlock();
 }
 
 TEST_F(wmc, the_lock_names_its_owner_and_excludes_others)
@@ -313,4 +353,14 @@ TEST_F(wmc, termination_ends_the_wait_for_the_lock)
     root.write(lock_path, "1\n");
     clock_stop();
     EXPECT_EQ(pantech_wmc_lock(), -1) << "and not after nine seconds";
+}
+
+TEST_F(wmc, termination_while_a_reply_is_awaited_says_nothing_of_the_modem)
+{
+    unsetenv("TESSERA_TIME_SCALE");
+    ASSERT_EQ(clock_init(), 0);
+    clock_stop();
+    EXPECT_EQ(ask(0x54, ""), -1);
+    EXPECT_EQ(log.count("300 Failed to receive WMC reply"), 1);
+    EXPECT_EQ(modem.device_state, device_responding);
 }
