@@ -200,8 +200,7 @@ INSTANTIATE_TEST_SUITE_P(
         line_fault{"silence", R"("do": "silence")", false, "Did not get response from modem"},
         line_fault{"late", R"("do": "late", "delay_ms": 700)", false,
                    "select() failed: /dev/cellcommand01 result: 0"},
-        // Behind a short refusal the older, longer answer still stands in the buffer, OK included.
-        line_fault{"short_error", R"("do": "error", "text": "+CME ERROR: 10")", true, nullptr},
+        // Long enough to cover the older answers in the buffer, whose OK would count.
         line_fault{"long_error", long_error.c_str(), false, "Info get failed - "},
         line_fault{"garbage", R"("do": "garbage", "bytes": 900)", false, "Info get failed - "},
         line_fault{"pad_to_4096", R"("do": "pad", "bytes": 4096)", true, nullptr},
