@@ -20,6 +20,7 @@ struct gsm_state {
     std::string hardware = "1.0";
     std::string boot = "K2_0_7_35BT";
     std::string firmware = "K2_0_7_35AP";
+    bool serving = true;    // the server program lives, or can be started
     bool air_server = true; // the server reaches the modem
     int64_t boot_ms = 300;  // after a reset, before it answers again
     bool report = true;     // whoever enables a notification is told the present value

@@ -193,6 +193,20 @@ TEST_F(gsm_appliance, a_reset_modem_comes_back)
     EXPECT_EQ(asked("modem reset (GSM)"), 1);
 }
 
+TEST_F(gsm_appliance, a_modem_that_boots_longer_than_its_recovery_notifies_again)
+{
+    bring_up(R"({"boot_ms": 2500})");
+    EXPECT_EQ(tessera({"-d"}).code, 1); // listens for calls
+    EXPECT_EQ(tessera({"-r"}).code, 0);
+    wait_for_log("Attaching to the Sierra Wireless GSM modem all the same");
+    wait_for_log("status.device-state changed from UNRESPONSIVE -> RESPONDING");
+    wait_for("the last of the notifications", [&] { return asked("enable 1013") >= 2; });
+    set_state(R"({"sim": "removed"})");
+    wait_for("the removal", [&] { return status("sim-status") == "SIM has been removed"; });
+    set_state(R"({"sim": "ready", "call": "connecting"})");
+    wait_for("the call", [&] { return infod("session-state") == "CONNECTING\n"; });
+}
+
 TEST_F(gsm_appliance, pause_and_resume_keep_the_session)
 {
     bring_up();

@@ -56,7 +56,7 @@ TEST_F(cns, starts_once_and_identifies_the_modem)
     EXPECT_EQ(sierra_cns_start(identity), 0);
     EXPECT_TRUE(log.has("600 Sierra CnS back-end may only be started once"));
     EXPECT_EQ(server.requests().size(), asked);
-    EXPECT_EQ(sierra_cns_restore(), 0) << "nothing to be done";
+    EXPECT_EQ(sierra_cns_restore(identity), 0) << "nothing to be done";
     EXPECT_EQ(sierra_cns_stop_notifications(), 0);
     EXPECT_TRUE(log.has("600 Canceling sierra API notification thread"));
 }
@@ -144,7 +144,7 @@ TEST_F(cns, a_session_whose_server_died_is_restored_below)
     server.die();
     wait_for([] { return !swi_api_alive(); });
     server.serve();
-    EXPECT_EQ(sierra_cns_start(identity), 0);
+    EXPECT_EQ(sierra_cns_start(identity), 1) << "all notifications must be enabled again";
     EXPECT_TRUE(swi_api_alive());
     EXPECT_EQ(sierra_cns_ping(modem), 0);
     EXPECT_EQ(sierra_cns_enable_call_notifications(), 0);
