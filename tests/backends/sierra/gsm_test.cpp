@@ -1,5 +1,6 @@
 // The UMTS/GSM family against a server that answers as each case needs it.
 
+#include "backends/select.h"
 #include "backends/sierra/gsm.h"
 #include "backends/sierra/gsm_family.h"
 #include "backends/sierra/gsm_names.h"
@@ -242,6 +243,22 @@ TEST_F(gsm_modem, a_destroyed_record_is_no_longer_notified)
     server.notify(notification(2028, {1}));
     server.notify(packet(3));
     wait_for([&] { return log.has("dropped a malformed notification of 3 bytes"); });
+}
+
+TEST_F(gsm_modem, a_record_that_is_filled_anew_is_let_go_of_first)
+{
+    root.write("/var/run/.modem/cellmodem_is_sierra", "");
+    root.write("/var/run/.modem/cellmodem_is_gsm", "");
+    attach();
+    ASSERT_EQ(modem->slots.detach(*modem), 0);
+    ASSERT_EQ(cellmodem_select(*modem), 0);
+    server.notify(notification(2028, {1}));
+    server.notify(packet(3));
+    wait_for([&] { return log.has("dropped a malformed notification of 3 bytes"); });
+    EXPECT_EQ(modem->session_state, session_unknown);
+    attach();
+    server.notify(notification(2028, {1}));
+    wait_for([&] { return modem->session_state == session_connected; });
 }
 
 TEST_F(gsm_modem, data_calls_are_placed_elsewhere)
