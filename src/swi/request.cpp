@@ -124,7 +124,6 @@ static int unpack_response(const swi_operation &operation, std::span<const uint8
 
 static void keep_error_text(std::span<const uint8_t> parameters)
 {
-    swi_api.error_text = {};
     const size_t length = std::min(parameters.size(), sizeof(swi_api.error_text.text) - 1);
     if (length > 0)
         memcpy(swi_api.error_text.text, parameters.data(), length);
@@ -158,6 +157,7 @@ static int read_response(const swi_operation &operation, std::span<const uint8_t
 static int exchange(const swi_operation &operation, const void *request, void *response,
                     int timeout_ms)
 {
+    swi_api.error_text = {}; // it was about an earlier request
     const std::span<const uint8_t> packet = pack_request(operation, request);
     if (packet.empty())
         return swi_invalid_parameter;
