@@ -98,7 +98,8 @@ static int connect_channel(const char *channel, unique_fd &out)
     if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
         return errno == EAGAIN ? swi_busy : swi_closed;
     if (!trusted(fd.get())) {
-        log_message(log_error, "SWI API: %s belongs to another user", address.sun_path);
+        log_message(log_error, "SWI API: %s belongs to another user",
+                    server_path_of(channel).c_str());
         return swi_failed;
     }
     const int result = read_greeting(fd.get());
@@ -116,7 +117,7 @@ static void name_channel(const char *channel, int fd)
         return;
     unlink(address.sun_path);
     if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
-        log_message(log_debug, "SWI API: %s: %s", address.sun_path, strerror(errno));
+        log_message(log_debug, "SWI API: %s: %s", client_path_of(channel).c_str(), strerror(errno));
 }
 
 static int open_pair(const swi_channel_pair &names, swi_channels &channels)
