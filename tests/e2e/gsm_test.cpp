@@ -73,7 +73,7 @@ TEST_F(gsm_appliance, every_code_has_its_text)
 {
     // Codes at the far ends of their tables, texts longer than their keys take, and a rare band.
     bring_up(
-        R"({"product": "A & B <C>", "imei": "35422102000001512345", "serial": "D6203081001101234",
+        R"({"product": "A & B <C>", "imei": "00499901065000112345", "serial": "UG030030810011012",
         "firmware": "0123456789012345678901234567890123456789", "country": "ABCDE",
         "carrier": "0123456789012345678901234567890123456789",
         "phone_number": "012345678901234567890", "msin": "", "mcc": 1, "mnc": 1,

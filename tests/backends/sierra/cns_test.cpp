@@ -40,17 +40,17 @@ TEST_F(cns, starts_once_and_identifies_the_modem)
     install_program();
     fake_swi_server server([](const fake_request &request) {
         swi_modem_type type;
-        type.type_code = 0x6813;
+        type.type_code = 0x7a01;
         type.technology = swi_gsm_modems;
-        EXPECT_EQ(swi_set_text(type.product, "MC8795V"), 0);
+        EXPECT_EQ(swi_set_text(type.product, "UGM8800"), 0);
         return packets{request.header.kind == swi_kind_device_info
                            ? respond_with(request, type)
                            : respond(request, swi_status_ok, packet(1008))};
     });
     ASSERT_EQ(sierra_cns_start(identity), 0);
-    EXPECT_STREQ(identity.product, "MC8795V");
-    EXPECT_EQ(identity.type_code, 0x6813u);
-    EXPECT_TRUE(log.has("700 Detected sierra-wireless modem: 'MC8795V' 0x6813"));
+    EXPECT_STREQ(identity.product, "UGM8800");
+    EXPECT_EQ(identity.type_code, 0x7a01u);
+    EXPECT_TRUE(log.has("700 Detected sierra-wireless modem: 'UGM8800' 0x7a01"));
     EXPECT_EQ(sierra_cns_await_thread(), 0);
     const size_t asked = server.requests().size();
     EXPECT_EQ(sierra_cns_start(identity), 0);
