@@ -151,6 +151,33 @@ TEST_F(cns, a_session_whose_server_died_is_restored_below)
     EXPECT_EQ(server.enabled().size(), 8u) << "the new server knew nothing of them";
 }
 
+TEST_F(cns, a_restore_identifies_what_was_silent_and_does_not_wait_for_ever)
+{
+    install_program();
+    std::atomic<bool> known = false;
+    std::atomic<bool> unavailable = false;
+    fake_swi_server server([&](const fake_request &request) {
+        swi_modem_type type;
+        EXPECT_EQ(swi_set_text(type.product, "UGM8800"), 0);
+        if (request.header.kind == swi_kind_air_server)
+            return packets{respond_with(request, swi_air_server_status{unavailable})};
+        return packets{known ? respond_with(request, type) : respond(request, swi_status_timeout)};
+    });
+    ASSERT_EQ(sierra_cns_start(identity), 0);
+    EXPECT_STREQ(identity.product, "");
+    known = true;
+    EXPECT_EQ(sierra_cns_restore(identity), 0);
+    EXPECT_STREQ(identity.product, "UGM8800");
+
+    unavailable = true;
+    server.die();
+    wait_for([] { return !swi_api_alive(); });
+    server.serve();
+    EXPECT_EQ(sierra_cns_restore(identity), -1);
+    EXPECT_EQ(log.count("300 Sierra Wireless Air Server unavailable"), 13) << "a minute, each 5 s";
+    EXPECT_EQ(sierra_cns_start(identity), 0) << "the session is there, and pings tell the rest";
+}
+
 TEST_F(cns, the_first_call_notification_that_fails_ends_the_row)
 {
     install_program();
