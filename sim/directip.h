@@ -14,8 +14,8 @@
 // Every field is a key of a scenario's "state". The values here are those of a modem in service.
 struct directip_state {
     std::string manufacturer = "Sierra Wireless, Incorporated";
-    std::string model = "MC7354";
-    std::string revision = "SWI9X15C_05.05.16.02 r21040 carmd-fwbuild1 2014/03/17 23:49:48";
+    std::string model = "DIP7300";
+    std::string revision = "FW_DIP_05.05.16.02 r21040 build1 2014/03/17 23:49:48";
     std::string imei = "004999010640000";
     std::string imei_sv = "11";
     std::string fsn = "LF421200030110";

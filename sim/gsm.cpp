@@ -84,12 +84,6 @@ static void on_enabled(uint32_t id)
             notify(row, the_reported);
 }
 
-static void report_all()
-{
-    for (const reported_value &row : reported_values)
-        on_enabled(row.id);
-}
-
 // ---- requests
 
 static swi_reply get_air_server(const swi_nothing &, swi_air_server_status &status)
@@ -245,6 +239,7 @@ static swi_reply set_modem_disable(const swi_number &enable, swi_nothing &)
 static void boot()
 {
     the_answering = false;
+    the_swi_server->forget_enabled();
     the_state.radio = the_power_up.radio;
     the_state.tracking = false;
     the_state.packet_session = false;
@@ -255,7 +250,6 @@ static void boot()
     the_services->loop.after(the_state.boot_ms, [] {
         the_answering = true;
         the_reported = gsm_look(the_state);
-        report_all();
     });
 }
 
@@ -422,6 +416,8 @@ static int gsm_start(sim_services &services, std::string &reason)
     the_power_up = the_state;
     the_reported = gsm_look(the_state);
     the_swi_server = std::make_unique<swi_server>(services, gsm_hooks);
+    if (!the_state.serving)
+        the_swi_server->set_serving(false);
     return the_swi_server->open(reason);
 }
 
@@ -432,10 +428,14 @@ static void gsm_stop()
 
 static int gsm_merge(json_t *state, json_refusal &refusal)
 {
+    const bool serving = the_state.serving;
     if (state_merge(the_state, gsm_fields(), state, refusal) != 0)
         return -1;
-    if (the_swi_server)
-        report_changes();
+    if (!the_swi_server)
+        return 0;
+    report_changes();
+    if (the_state.serving != serving)
+        the_swi_server->set_serving(the_state.serving);
     return 0;
 }
 

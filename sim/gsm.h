@@ -13,13 +13,14 @@
 // Every field is a key of a scenario's "state". The values here are those of a modem in service.
 // A code of -1 follows from the other fields; any other number is what the modem says, right or not.
 struct gsm_state {
-    std::string product = "MC8795V";
-    int64_t type_code = 0x6813;
-    std::string imei = "354221020000015";
-    std::string serial = "D620308100110";
+    std::string product = "UGM8800";
+    int64_t type_code = 0x7A01;
+    std::string imei = "004999010650001";
+    std::string serial = "UG03003081001";
     std::string hardware = "1.0";
-    std::string boot = "K2_0_7_35BT";
-    std::string firmware = "K2_0_7_35AP";
+    std::string boot = "UGM_00_07_35_B";
+    std::string firmware = "UGM_00_07_35_A";
+    bool serving = true;    // the server program lives, or can be started
     bool air_server = true; // the server reaches the modem
     int64_t boot_ms = 300;  // after a reset, before it answers again
     bool report = true;     // whoever enables a notification is told the present value

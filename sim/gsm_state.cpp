@@ -18,6 +18,7 @@ static constexpr std::array gsm_table = {
     field{"hardware",        &gsm_state::hardware},
     field{"boot",            &gsm_state::boot},
     field{"firmware",        &gsm_state::firmware},
+    field{"serving",         &gsm_state::serving},
     field{"air_server",      &gsm_state::air_server},
     field{"boot_ms",         &gsm_state::boot_ms,         nullptr, 0, day_ms},
     field{"report",          &gsm_state::report},

@@ -408,6 +408,8 @@ std::string swi_server::execute(pair &from, const swi_object_header &object,
         return response_packet(swi_message_response, the_request.kind, status, parameters);
     };
     if (object.operation == swi_operation_notify_enable) {
+        if (!hooks_.answering())
+            return answer(swi_status_timeout);
         const uint32_t id = object.object & ~static_cast<uint32_t>(swi_object_notification);
         from.enabled.insert(id);
         hooks_.enabled(id);
@@ -451,6 +453,20 @@ void swi_server::notify(const swi_notification &values, uint32_t enabled_by)
             static_cast<int>(values.first | values.system_mode | values.packet_session_active)));
         one.notification->send(packet);
     }
+}
+
+void swi_server::forget_enabled()
+{
+    for (pair &one : pairs_)
+        one.enabled.clear();
+}
+
+void swi_server::set_serving(bool serving)
+{
+    if (serving)
+        refusing_ = false;
+    else
+        hang_up({});
 }
 
 void swi_server::notify_bytes(std::string_view bytes)

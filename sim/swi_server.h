@@ -79,6 +79,12 @@ public:
     // Sends a notification to every client that enabled it, or `enabled_by`.
     void notify(const swi_notification &values, uint32_t enabled_by = 0);
 
+    // The modem rebooted and knows of no notifications that were enabled.
+    void forget_enabled();
+
+    // Kills the server program and lets nobody start it, or lets them start it again.
+    void set_serving(bool serving);
+
     // Sends bytes as they are to every client's notification channel.
     void notify_bytes(std::string_view bytes);
 

@@ -35,6 +35,11 @@ int cellmodem_select(cellmodem &modem)
     });
     if (fitted == std::end(families))
         return -1;
+    // A back-end that was chosen before may have a thread that knows the record.
+    if (modem.release) {
+        modem.release(modem);
+        modem.release = nullptr;
+    }
     if (!fitted->init || fitted->init(modem) != 0) {
         log_message(log_fatal, "%s", fitted->failure);
         return -1;

@@ -77,7 +77,7 @@ struct cellmodem_slots {
 struct cellmodem {
     std::optional<std::string> manufacturer_text; // as read at attach
     std::optional<std::string> aux_buffer;        // model or product text, as read at attach
-    uint32_t aux_word = 0;                        // modem type code of a CDMA modem
+    uint32_t aux_word = 0;                        // modem type code, as read at attach
     int technology = 0;                           // cellmodem_technology
     cellmodem_slots slots;
     std::atomic<bool> attached = false;
@@ -86,7 +86,8 @@ struct cellmodem {
     std::atomic<int> state_b = 0; // the back-end's own; where it has one, its radio state
     int type = 0;                 // cellmodem_type
     std::string device_path;      // shown as "device"
-    // Called before the record is destroyed: a back-end whose thread knows the record lets go of it.
+    // Called before the record is destroyed or filled anew: a back-end whose thread knows the record
+    // lets go of it.
     void (*release)(cellmodem &) = nullptr;
 };
 

@@ -113,20 +113,24 @@ static void detach_from_daemon()
         close(nothing);
 }
 
+// What the two processes of a start say through the pipe; either may be first. Each is one write.
+struct start_report {
+    pid_t pid;
+    int error;
+};
+
 [[noreturn]] static void become(const char *program, char *const argv[], int report_fd)
 {
     detach_from_daemon();
     const pid_t second = fork();
-    if (second > 0)
-        _exit(0); // the program is nobody's child now
     if (second == 0)
         execv(program, argv);
-    const int error = errno;
-    [[maybe_unused]] const ssize_t written = write(report_fd, &error, sizeof(error));
-    _exit(127);
+    const start_report report = {second, second > 0 ? 0 : errno};
+    [[maybe_unused]] const ssize_t written = write(report_fd, &report, sizeof(report));
+    _exit(second > 0 ? 0 : 127); // the program is nobody's child now
 }
 
-int process_start(const char *path, const char *const argv[])
+int process_start(const char *path, const char *const argv[], long *pid)
 {
     const std::string program = rooted(path);
     int ends[2];
@@ -144,16 +148,21 @@ int process_start(const char *path, const char *const argv[])
     writer.reset();
     while (waitpid(first, nullptr, 0) < 0 && errno == EINTR)
         ;
-    // The pipe ends silently when the program begins; a failure comes through it as its errno.
+    // The pipe ends when the program begins or could not begin.
     int error = 0;
+    start_report report;
     ssize_t length;
-    do
-        length = read(reader.get(), &error, sizeof(error));
-    while (length < 0 && errno == EINTR);
-    if (length <= 0)
-        return 0;
+    while ((length = read(reader.get(), &report, sizeof(report))) > 0 ||
+           (length < 0 && errno == EINTR)) {
+        if (length != sizeof(report))
+            continue;
+        if (report.pid > 0)
+            *pid = report.pid;
+        if (report.error != 0)
+            error = report.error;
+    }
     errno = error;
-    return -1;
+    return error == 0 ? 0 : -1;
 }
 
 struct shell {
@@ -197,11 +206,25 @@ int process_shell(const char *line)
     return status;
 }
 
+// Whether a process has ended and only waits to be reaped: somebody else's orphan may wait for long.
+static bool is_zombie(long pid)
+{
+    char path[32];
+    snprintf(path, sizeof(path), "/proc/%ld/stat", pid);
+    const std::unique_ptr<FILE, int (*)(FILE *)> file(fopen(path, "re"), fclose);
+    char line[256] = "";
+    if (!file || !fgets(line, sizeof(line), file.get()))
+        return false;
+    // The state follows the program's name, which stands in brackets and may hold any character.
+    const char *name_end = strrchr(line, ')');
+    return name_end && (strncmp(name_end, ") Z", 3) == 0 || strncmp(name_end, ") X", 3) == 0);
+}
+
 bool process_alive(long pid)
 {
     if (pid < 1 || pid > INT_MAX)
         return false;
-    return kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM;
+    return (kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM) && !is_zombie(pid);
 }
 
 long process_parse_pid(const char *text)

@@ -14,10 +14,11 @@ int process_shell(const char *line);
 
 // Starts the program at the fixed path `path` (rooted) in the background: in a session of its own,
 // with /dev/null as its standard streams, and as nobody's child, so that it may outlive the daemon.
-// 0 once it runs, -1 with errno when it could not be started.
-[[nodiscard]] int process_start(const char *path, const char *const argv[]);
+// 0 once it runs, with its process id in *pid; -1 with errno when it could not be started.
+[[nodiscard]] int process_start(const char *path, const char *const argv[], long *pid);
 
-// True when a process of that id lives, whoever owns it. Ids below 1 name no process.
+// True when a process of that id lives, whoever owns it; one that ended and waits to be reaped does
+// not. Ids below 1 name no process.
 [[nodiscard]] bool process_alive(long pid);
 
 // The decimal process id on the first line of a text, or -1.

@@ -34,11 +34,12 @@ int swi_api_reopen();
 void swi_api_close();
 
 // Carries one operation out: the table's row says how. `request` is the row's request record,
-// `response` the record that is filled on success.
+// `response` the record that is filled on success. How long the payload was is not handed back: a
+// record is filled whole or not at all, and a list in it has its own count.
 int swi_request(const swi_operation &operation, const void *request, void *response,
                 int timeout_ms);
 
-// The words of the last swi_cns_error, copied to the buffer, cut to size - 1 bytes.
+// The words of the last request's swi_cns_error, empty if it had another result, copied to the buffer, cut to size - 1 bytes.
 int swi_last_error_text(char *buffer, size_t size);
 
 // ---- notifications

@@ -20,12 +20,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-constexpr int mutex_wait_ms = 5000;
 constexpr int server_start_ms = 10000;
 // A program takes the time it takes to start, whatever the time scale says.
 constexpr int server_start_min_ms = 3000;
 constexpr int greeting_ms = 1000;
 constexpr int look_again_ms = 20;
+
+static long started_server = -1; // the process id of the program that was started last
 
 static std::string server_path_of(const char *channel)
 {
@@ -97,7 +98,8 @@ static int connect_channel(const char *channel, unique_fd &out)
     if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
         return errno == EAGAIN ? swi_busy : swi_closed;
     if (!trusted(fd.get())) {
-        log_message(log_error, "SWI API: %s belongs to another user", address.sun_path);
+        log_message(log_error, "SWI API: %s belongs to another user",
+                    server_path_of(channel).c_str());
         return swi_failed;
     }
     const int result = read_greeting(fd.get());
@@ -115,7 +117,7 @@ static void name_channel(const char *channel, int fd)
         return;
     unlink(address.sun_path);
     if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
-        log_message(log_debug, "SWI API: %s: %s", address.sun_path, strerror(errno));
+        log_message(log_debug, "SWI API: %s: %s", client_path_of(channel).c_str(), strerror(errno));
 }
 
 static int open_pair(const swi_channel_pair &names, swi_channels &channels)
@@ -151,6 +153,21 @@ static int open_any_pair(swi_channels &channels)
     return answer;
 }
 
+static int server_wait_ms()
+{
+    return std::max(clock_scaled_ms(server_start_ms), server_start_min_ms);
+}
+
+// Whoever holds the mutex looks at all channels, starts the server, waits for it and looks once more,
+// and may wait for the greeting on each channel.
+static int mutex_wait_ms()
+{
+    constexpr int looks = 2;
+    constexpr int greetings = 2 * static_cast<int>(swi_channel_pairs.size());
+    const int margin_ms = clock_answer_timeout_ms(greeting_ms);
+    return server_wait_ms() + looks * greetings * clock_answer_timeout_ms(greeting_ms) + margin_ms;
+}
+
 // Two clients that start at once must neither start two servers nor take the same pair.
 static int take_mutex(unique_fd &mutex)
 {
@@ -160,7 +177,7 @@ static int take_mutex(unique_fd &mutex)
         log_message(log_error, "SWI API: %s: %s", swi_socket_mutex_path, strerror(errno));
         return swi_system_error;
     }
-    const int64_t deadline = clock_now_ms() + clock_answer_timeout_ms(mutex_wait_ms);
+    const int64_t deadline = clock_now_ms() + mutex_wait_ms();
     while (flock(mutex.get(), LOCK_EX | LOCK_NB) != 0) {
         if (clock_now_ms() >= deadline || clock_stopped()) {
             log_message(log_error, "SWI API: %s is held by another program", swi_socket_mutex_path);
@@ -171,15 +188,19 @@ static int take_mutex(unique_fd &mutex)
     return swi_ok;
 }
 
+// A program that was started and lives is awaited: it may only be slow, and a second one would fight
+// with it over the modem's ports.
 static int start_server(const char *server_path, swi_channels &channels)
 {
     const char *const argv[] = {server_path, nullptr};
-    if (process_start(server_path, argv) != 0) {
+    if (process_alive(started_server)) {
+        log_message(log_warning, "SWI API: %s, process %ld, runs but serves nobody", server_path,
+                    started_server);
+    } else if (process_start(server_path, argv, &started_server) != 0) {
         log_message(log_error, "SWI API: %s: %s", server_path, strerror(errno));
         return swi_system_error;
     }
-    const int wait_ms = std::max(clock_scaled_ms(server_start_ms), server_start_min_ms);
-    const int64_t deadline = clock_now_ms() + wait_ms;
+    const int64_t deadline = clock_now_ms() + server_wait_ms();
     for (;;) {
         const int result = open_any_pair(channels);
         if (result != swi_closed && result != swi_busy)

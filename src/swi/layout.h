@@ -50,9 +50,10 @@ constexpr swi_field swi_plain_field(size_t offset)
     swi_field field;
     field.offset = static_cast<uint16_t>(offset);
     field.bytes = static_cast<uint16_t>(sizeof(Member));
-    if constexpr (std::is_integral_v<Member>)
+    if constexpr (std::is_integral_v<Member>) {
+        static_assert(sizeof(Member) <= sizeof(uint32_t), "the coder's numbers have 32 bits");
         field.kind = swi_field_kind::number;
-    else if constexpr (std::is_same_v<std::remove_extent_t<Member>, char>)
+    } else if constexpr (std::is_same_v<std::remove_extent_t<Member>, char>)
         field.kind = swi_field_kind::text;
     else {
         static_assert(std::is_same_v<std::remove_extent_t<Member>, uint8_t>);
@@ -66,23 +67,26 @@ constexpr swi_field swi_padding(uint16_t bytes)
     return {swi_field_kind::padding, 0, bytes, 0, 0, nullptr};
 }
 
+template <class Count, const swi_layout &Element>
 constexpr swi_field swi_list_field(size_t offset, size_t element_bytes, size_t count_offset,
-                                   size_t count_max, const swi_layout &element)
+                                   size_t count_max)
 {
+    static_assert(std::is_same_v<Count, uint16_t>, "a list's count has 16 bits");
+    static_assert(Element.wire_bytes_min == Element.wire_bytes_max, "elements have one size");
     return {swi_field_kind::list,
             static_cast<uint16_t>(offset),
             static_cast<uint16_t>(element_bytes),
             static_cast<uint16_t>(count_offset),
             static_cast<uint16_t>(count_max),
-            &element};
+            &Element};
 }
 
 #define SWI_FIELD(record, member)                                                                  \
     swi_plain_field<decltype(record::member)>(offsetof(record, member))
 #define SWI_LIST(record, member, count_member, element_layout)                                     \
-    swi_list_field(offsetof(record, member), sizeof(record{}.member[0]),                           \
-                   offsetof(record, count_member), std::extent_v<decltype(record::member)>,        \
-                   element_layout)
+    swi_list_field<decltype(record::count_member), element_layout>(                                \
+        offsetof(record, member), sizeof(record{}.member[0]), offsetof(record, count_member),      \
+        std::extent_v<decltype(record::member)>)
 
 // Writes the record's wire form to the beginning of `out` and its length to *length. 0, or -1 when
 // it does not fit or a list counts more elements than it can have.

@@ -53,7 +53,16 @@ int swi_enable_notification(uint32_t id, int timeout_ms)
     return swi_invalid_parameter;
 }
 
-// A notification of an object that the table does not know has the object as its type.
+// The type of a notification that the table does not know: the id that its object is made of, or a
+// number above all ids if its object is none of a notification.
+static uint32_t unknown_type(uint16_t object)
+{
+    constexpr uint32_t above_all_ids = 0x10000;
+    return object >= swi_object_notification
+               ? static_cast<uint32_t>(object - swi_object_notification)
+               : above_all_ids | object;
+}
+
 static int decode_object(std::span<const uint8_t> payload, swi_notification &notification)
 {
     swi_object_header header;
@@ -61,7 +70,7 @@ static int decode_object(std::span<const uint8_t> payload, swi_notification &not
     if (swi_object_read(payload, header, parameters) != 0 ||
         header.operation != swi_operation_notify)
         return -1;
-    notification.type = header.object;
+    notification.type = unknown_type(header.object);
     for (const swi_notification_row &row : swi_notifications) {
         if (row.object() != header.object)
             continue;

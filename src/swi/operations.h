@@ -216,7 +216,8 @@ constexpr std::array<swi_operation, swi_operation_count> swi_operations = {{
 }};
 // clang-format on
 
-// Every row is filled, no two rows ask for the same, and every packet fits into its buffer.
+// Every row is filled, no two rows ask for the same, every request has one size, which its object
+// header states before it is packed, and every packet fits into its buffer.
 constexpr bool swi_operations_complete()
 {
     constexpr size_t own_result_bytes = sizeof(uint32_t);
@@ -227,6 +228,7 @@ constexpr bool swi_operations_complete()
         const size_t longest = front + (row.own_result ? own_result_bytes : 0);
         if (!row.name || row.kind == swi_kind_none ||
             (row.kind == swi_kind_object) != (row.object != swi_object_none) ||
+            row.request->wire_bytes_min != row.request->wire_bytes_max ||
             front + row.request->wire_bytes_max > swi_response_bytes_max ||
             longest + row.response->wire_bytes_max > swi_response_bytes_max)
             return false;

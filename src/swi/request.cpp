@@ -57,15 +57,17 @@ static std::span<const uint8_t> pack_request(const swi_operation &operation, con
     return result == 0 ? writer.finish() : std::span<const uint8_t>();
 }
 
-// Throws away what nobody waits for any more, so that it cannot be taken for the next answer.
-static void drop_late_packets(int fd)
+// Throws away what nobody waits for any more, so that it cannot be taken for the next answer. 0, or
+// -1 if a server that never stops sending has used up the time.
+static int drop_late_packets(int fd, int64_t deadline)
 {
-    for (;;) {
+    while (clock_now_ms() < deadline && !clock_stopped()) {
         const long length = swi_channel_receive(fd, swi_api.response_bytes.data(), 0);
         if (length == 0 || (length < 0 && errno != EBADMSG))
-            return;
+            return 0;
         log_message(log_debug, "SWI API: dropped a late packet of %ld bytes", length);
     }
+    return -1;
 }
 
 // Whether a packet answers a request that was given up before: any but the present one.
@@ -75,14 +77,14 @@ static bool is_late(const swi_header &header)
            (header.message == swi_message_response || header.message == swi_message_rejected);
 }
 
-// Waits for the packet that ends the present request: swi_ok with its header and payload.
-static int await_response(int fd, int timeout_ms, swi_header &header,
+// Waits for the packet that ends the present request: swi_ok with its header and payload. Late packets
+// do not prolong the wait.
+static int await_response(int fd, int64_t deadline, swi_header &header,
                           std::span<const uint8_t> &payload)
 {
-    const int64_t deadline = clock_now_ms() + timeout_ms;
     for (;;) {
-        const int64_t left = std::max<int64_t>(0, deadline - clock_now_ms());
-        if (clock_wait_readable(fd, static_cast<int>(left)) <= 0)
+        const int64_t left = deadline - clock_now_ms();
+        if (left <= 0 || clock_stopped() || clock_wait_readable(fd, static_cast<int>(left)) <= 0)
             return swi_no_response;
         const long length =
             swi_channel_receive(fd, swi_api.response_bytes.data(), swi_api.response_bytes.size());
@@ -122,7 +124,6 @@ static int unpack_response(const swi_operation &operation, std::span<const uint8
 
 static void keep_error_text(std::span<const uint8_t> parameters)
 {
-    swi_api.error_text = {};
     const size_t length = std::min(parameters.size(), sizeof(swi_api.error_text.text) - 1);
     if (length > 0)
         memcpy(swi_api.error_text.text, parameters.data(), length);
@@ -156,20 +157,23 @@ static int read_response(const swi_operation &operation, std::span<const uint8_t
 static int exchange(const swi_operation &operation, const void *request, void *response,
                     int timeout_ms)
 {
+    swi_api.error_text = {}; // it was about an earlier request
     const std::span<const uint8_t> packet = pack_request(operation, request);
     if (packet.empty())
         return swi_invalid_parameter;
     const int fd = swi_api.channels.request.get();
     if (fd < 0)
         return swi_no_response; // its server died, and nobody has reopened it yet
-    drop_late_packets(fd);
+    const int64_t deadline = clock_now_ms() + clock_answer_timeout_ms(timeout_ms);
+    if (drop_late_packets(fd, deadline) != 0)
+        return swi_no_response;
     if (send(fd, packet.data(), packet.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
         log_message(log_debug, "SWI API: %s not sent: %s", operation.name, strerror(errno));
         return swi_no_response;
     }
     swi_header header;
     std::span<const uint8_t> payload;
-    const int result = await_response(fd, clock_answer_timeout_ms(timeout_ms), header, payload);
+    const int result = await_response(fd, deadline, header, payload);
     if (result != swi_ok)
         return result;
     if (header.kind != operation.kind)

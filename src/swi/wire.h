@@ -1,7 +1,7 @@
 // The byte layouts of the SDK channels: packet header, packet kinds, object ids, the layout of every
 // record, and which object a notification comes from. They are this project's own, version 1, all
 // little-endian; docs/swi-wire.md shows them byte by byte. A site with the vendor's documents
-// replaces this header, and nothing else: whatever is sent or received is made from these tables.
+// replaces this header: whatever is sent or received is made from these tables.
 #pragma once
 
 #include "swi/layout.h"
@@ -84,7 +84,7 @@ enum swi_object_operation {
     swi_operation_notify = 4,
 };
 
-// What the modem says about a request. Nobody states a meaning for the numbers left out.
+// What the modem says about a request. A number that is not here counts as a failure.
 enum swi_object_status : uint32_t {
     swi_status_ok = 0,
     swi_status_timeout = 1,

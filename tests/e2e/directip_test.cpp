@@ -25,15 +25,14 @@ TEST_F(directip_appliance, a_modem_is_shown_connected_switched_and_reset)
     bring_up();
     const client_result info = tessera({"-i"});
     EXPECT_EQ(info.code, 0);
-    EXPECT_EQ(info.out,
-              "attached yes\n"
-              "driver Sierra Wireless Direct IP\n"
-              "device /dev/cellmodem01\n"
-              "product MC7354\n"
-              "technology GSM/UMTS/LTE\n"
-              "imei 004999010640000\n"
-              "serial LF421200030110\n"
-              "firmware SWI9X15C_05.05.16.02 r21040 carmd-fwbuild1 2014/03/17 23:49:48\r\n");
+    EXPECT_EQ(info.out, "attached yes\n"
+                        "driver Sierra Wireless Direct IP\n"
+                        "device /dev/cellmodem01\n"
+                        "product DIP7300\n"
+                        "technology GSM/UMTS/LTE\n"
+                        "imei 004999010640000\n"
+                        "serial LF421200030110\n"
+                        "firmware FW_DIP_05.05.16.02 r21040 build1 2014/03/17 23:49:48\r\n");
     EXPECT_EQ(tessera({"-s", "-x"}).out,
               "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\"?>\n"
               "<status>\n"
@@ -97,7 +96,7 @@ TEST_F(directip_appliance, start_up_publishes_the_first_records)
     EXPECT_EQ(run_program("infod-get", {"config.cellmodem"}).out,
               info + "attached yes\n" + info + "device /dev/cellmodem01\n" + info +
                   "driver Sierra Wireless Direct IP\n" + info + "imei 004999010640000\n" + info +
-                  "product MC7354\n" + info + "technology GSM/UMTS/LTE\n" + status +
+                  "product DIP7300\n" + info + "technology GSM/UMTS/LTE\n" + status +
                   "attached 1\n" + status + "mode ONLINE\n" + status + "rssi-4g -76\n" + status +
                   "temp 32\n");
     EXPECT_EQ(run_program("infod-get", {"--json", status + "attached"}).out,
@@ -130,7 +129,7 @@ TEST_F(directip_appliance, other_networks_have_other_figures)
 TEST_F(directip_appliance, echo_changes_nothing)
 {
     bring_up(R"({"state": {"echo": true}})");
-    EXPECT_EQ(count(tessera({"-i"}).out, "product MC7354\n"), 1);
+    EXPECT_EQ(count(tessera({"-i"}).out, "product DIP7300\n"), 1);
     EXPECT_EQ(tessera({"--dip_connect", "--apn=x"}).code, 0);
 }
 
@@ -220,5 +219,5 @@ TEST_F(directip_appliance, a_modem_that_vanishes_comes_back)
     // There is no ping that would notice: the operator resets, which recovers.
     EXPECT_EQ(tessera({"-r"}).code, 0);
     wait_for_log("Resuming client communication...");
-    EXPECT_EQ(count(tessera({"-i"}).out, "product MC7354\n"), 1);
+    EXPECT_EQ(count(tessera({"-i"}).out, "product DIP7300\n"), 1);
 }

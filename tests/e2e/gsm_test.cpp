@@ -73,7 +73,7 @@ TEST_F(gsm_appliance, every_code_has_its_text)
 {
     // Codes at the far ends of their tables, texts longer than their keys take, and a rare band.
     bring_up(
-        R"({"product": "A & B <C>", "imei": "35422102000001512345", "serial": "D6203081001101234",
+        R"({"product": "A & B <C>", "imei": "00499901065000112345", "serial": "UG030030810011012",
         "firmware": "0123456789012345678901234567890123456789", "country": "ABCDE",
         "carrier": "0123456789012345678901234567890123456789",
         "phone_number": "012345678901234567890", "msin": "", "mcc": 1, "mnc": 1,
@@ -193,6 +193,20 @@ TEST_F(gsm_appliance, a_reset_modem_comes_back)
     EXPECT_EQ(asked("modem reset (GSM)"), 1);
 }
 
+TEST_F(gsm_appliance, a_modem_that_boots_longer_than_its_recovery_notifies_again)
+{
+    bring_up(R"({"boot_ms": 2500})");
+    EXPECT_EQ(tessera({"-d"}).code, 1); // listens for calls
+    EXPECT_EQ(tessera({"-r"}).code, 0);
+    wait_for_log("Attaching to the Sierra Wireless GSM modem all the same");
+    wait_for_log("status.device-state changed from UNRESPONSIVE -> RESPONDING");
+    wait_for("the last of the notifications", [&] { return asked("enable 1013") >= 2; });
+    set_state(R"({"sim": "removed"})");
+    wait_for("the removal", [&] { return status("sim-status") == "SIM has been removed"; });
+    set_state(R"({"sim": "ready", "call": "connecting"})");
+    wait_for("the call", [&] { return infod("session-state") == "CONNECTING\n"; });
+}
+
 TEST_F(gsm_appliance, pause_and_resume_keep_the_session)
 {
     bring_up();
@@ -271,15 +285,38 @@ TEST_F(gsm_appliance, a_dead_server_is_noticed_recovered_from_and_reached_again)
 TEST_F(gsm_appliance, a_server_that_cannot_be_started_for_a_while_is_reached_by_a_later_recovery)
 {
     bring_up();
-    add_fault(R"({"match": "SwiGetRssiBer", "do": "hangup", "return_ms": 12000})");
-    EXPECT_EQ(count(tessera({"-s"}).out, "rssi"), 0);
+    set_state(R"({"serving": false})");
     wait_for_log("Sierra Wireless API could not be opened again: 8");
     EXPECT_EQ(count(modem_log(), "= swisdk started"), 1);
+    set_state(R"({"serving": true})");
     wait_for_log("Reconfiguring tesserad modem...", 2);
     wait_for_log("status.device-state changed from UNRESPONSIVE -> RESPONDING");
     wait_for("commands", [&] { return tessera({"--ping"}).code == 0; });
     EXPECT_EQ(tessera({"-s"}).out, golden("gsm-status.txt"));
     EXPECT_EQ(count(daemon_log(), "SwiWaitNotification failed"), 0) << "one thread all along";
+}
+
+TEST_F(gsm_appliance, a_server_that_dies_at_any_point_of_an_attach_is_no_obstacle)
+{
+    // Before the modem is known, and between two notifications; the first attach goes on or is
+    // repeated.
+    start_sim("gsm", R"({"faults": [
+        {"match": "air-server availability", "do": "hangup", "return_ms": 100},
+        {"match": "enable 2000", "do": "hangup", "return_ms": 100}]})");
+    start_daemon();
+    wait_for("the last notification", [&] { return asked("enable 103") >= 1; });
+    EXPECT_GE(asked("enable 2017"), 2) << "the new server knew nothing of the first ones";
+    EXPECT_GE(count(daemon_log(), "SWI_NOTIFY_NetworkStatus failed: 153"), 1);
+    EXPECT_EQ(tessera({"-i"}).out, golden("gsm-info.txt")) << "identified all the same";
+
+    // And in a recovery.
+    add_fault(R"({"match": "enable 2000", "do": "hangup", "return_ms": 100})");
+    const int enabled = asked("enable 103");
+    EXPECT_EQ(tessera({"-r"}).code, 0);
+    wait_for_log("Attaching to the Sierra Wireless GSM modem all the same");
+    wait_for("the last notification", [&] { return asked("enable 103") > enabled; });
+    set_state(R"({"sim": "removed"})");
+    wait_for("the removal", [&] { return status("sim-status") == "SIM has been removed"; });
 }
 
 TEST_F(gsm_appliance, a_silent_modem_is_unresponsive_until_it_answers)

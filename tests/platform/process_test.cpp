@@ -62,8 +62,27 @@ TEST(process, ids_from_files_are_checked)
     const pid_t child = fork();
     if (child == 0)
         _exit(0);
+    siginfo_t ended = {};
+    waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT);
+    EXPECT_FALSE(process_alive(child)) << "ended, but not reaped yet";
     waitpid(child, nullptr, 0);
     EXPECT_FALSE(process_alive(child));
+}
+
+TEST(process, a_program_in_the_background_is_known_by_its_id)
+{
+    const temp_root root;
+    write_script(root, "/server", "exec sleep 600\n");
+    const char *const argv[] = {"/server", nullptr};
+    long pid = -1;
+    ASSERT_EQ(process_start("/server", argv, &pid), 0);
+    EXPECT_TRUE(process_alive(pid));
+    EXPECT_EQ(getsid(static_cast<pid_t>(pid)) == getsid(0), false) << "in a session of its own";
+    EXPECT_EQ(kill(static_cast<pid_t>(pid), SIGKILL), 0);
+    while (process_alive(pid))
+        usleep(1000);
+    EXPECT_EQ(process_start("/absent", argv, &pid), -1);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 // Last in its process: termination cannot be taken back.

@@ -58,7 +58,11 @@ TEST_F(swi_notifying, carry_their_type_and_its_parameters)
     server.notify(notification(2999, {9}));
     server.notify(notification(0, {}, swi_parameter_air_server));
     server.notify(notification(0, {}, swi_parameter_firmware));
-    wait_for_seen(9);
+    packet other_object = notification(0, {9});
+    other_object[swi_header_bytes] = swi_notify_sim_status & 0xFF;
+    other_object[swi_header_bytes + 1] = swi_notify_sim_status >> 8;
+    server.notify(other_object);
+    wait_for_seen(10);
     const auto all = seen();
     EXPECT_EQ(all[0].type, 2008u);
     EXPECT_EQ(all[0].first, 5u);
@@ -70,9 +74,10 @@ TEST_F(swi_notifying, carry_their_type_and_its_parameters)
     EXPECT_EQ(all[3].packet_session_active, 1u);
     EXPECT_EQ(all[4].type, 1008u);
     EXPECT_EQ(all[5].hdr_state, 2);
-    EXPECT_EQ(all[6].type, swi_object_notification + 2999u) << "an unknown object is its own type";
+    EXPECT_EQ(all[6].type, 2999u) << "unknown, but an id";
     EXPECT_EQ(all[7].type, 1u);
     EXPECT_EQ(all[8].type, 108u);
+    EXPECT_EQ(all[9].type, 0x10000u + swi_notify_sim_status) << "an object, not the id";
 }
 
 TEST_F(swi_notifying, garbage_of_every_length_is_dropped)

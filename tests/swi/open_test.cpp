@@ -1,7 +1,9 @@
 // How the API opens, and how it does not.
 
+#include "platform/process.h"
 #include "support/swi_fixture.h"
 
+#include <csignal>
 #include <filesystem>
 
 #include <sys/file.h>
@@ -60,6 +62,15 @@ TEST_F(swi_opening, starts_the_program_below_the_root_and_gives_up_when_it_does_
     install_program("#!/bin/sh\necho \"$TESSERA_ROOT\" > \"$TESSERA_ROOT/started\"\n");
     EXPECT_EQ(open_api(), swi_busy);
     EXPECT_EQ(root.read("/started"), root.path() + "\n");
+    // One that lives but serves nobody is awaited again, not joined by a second.
+    install_program("#!/bin/sh\necho $$ >> \"$TESSERA_ROOT/lives\"\nexec sleep 600\n");
+    EXPECT_EQ(open_api(), swi_busy);
+    const std::string lives = root.read("/lives");
+    EXPECT_EQ(open_api(), swi_busy);
+    EXPECT_EQ(root.read("/lives"), lives) << "started once";
+    const int pid = std::stoi(lives);
+    ASSERT_EQ(kill(pid, SIGKILL), 0);
+    wait_for([&] { return !process_alive(pid); });
     EXPECT_EQ(chmod(root.place("/bin/swisdk").c_str(), 0644), 0);
     root.write("/bin/swisdk", "");
     EXPECT_EQ(open_api(), swi_system_error);

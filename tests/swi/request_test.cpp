@@ -137,6 +137,10 @@ TEST_F(swi_requests, the_words_of_a_refusal_can_be_fetched)
     EXPECT_EQ(get_signal(), swi_cns_error);
     EXPECT_EQ(swi_last_error_text(text, sizeof(text)), swi_ok);
     EXPECT_EQ(std::string(text), std::string(swi_error_text_max - 1, 'x'));
+    server.set_answer({});
+    EXPECT_EQ(get_signal(), swi_ok);
+    EXPECT_EQ(swi_last_error_text(text, sizeof(text)), swi_ok);
+    EXPECT_STREQ(text, "") << "the last request was not refused";
 }
 
 TEST_F(swi_requests, an_operation_may_have_a_result_of_its_own)

@@ -8,7 +8,9 @@
 #include "publish/state.h"
 #include "swi/calls.h"
 
+#include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,7 +25,8 @@ constexpr const char *server_path = "/bin/swisdk";
 constexpr const char *data_interface = "dialout0";
 constexpr int modem_type_timeout_ms = 3000;
 constexpr int air_server_timeout_ms = 3000;
-constexpr int air_server_retry_ms = 5000;
+constexpr int air_server_retry_s = 5;
+constexpr int restore_wait_max = 63; // counts of about a second
 constexpr int thread_retry_ms = 1000;
 constexpr int interfaces_max = 64;
 
@@ -31,6 +34,7 @@ static struct {
     std::atomic<bool> started = false;
     std::atomic<bool> thread_ready = false;
     std::atomic<bool> call_notifications_enabled = false;
+    bool call_notifications_wanted = false; // they were enabled once, so somebody listens
     bool thread_created = false;
     pthread_t notification_thread;
 } session;
@@ -73,17 +77,22 @@ static void end_session()
     std::exit(EXIT_FAILURE);
 }
 
-// Waits until the server reaches the modem. Should the server die meanwhile, the wait goes on with
-// its successor. 0, or -1 once termination was requested.
-static int await_air_server()
+// Waits until the server reaches the modem, for at most so many counts. Should the server die
+// meanwhile, the wait goes on with its successor. 0, or -1 after the time or once termination was
+// requested.
+static int await_air_server(int counts_max)
 {
     swi_air_server_status status;
-    while (!clock_stopped() && swi_air_server_check(status, air_server_timeout_ms) != swi_ok) {
+    for (int counter = 0; !clock_stopped(); counter += air_server_retry_s) {
+        if (swi_air_server_check(status, air_server_timeout_ms) == swi_ok)
+            return 0;
         log_message(log_error, "Sierra Wireless Air Server unavailable");
-        clock_sleep_ms(air_server_retry_ms);
+        if (counter > counts_max - air_server_retry_s)
+            return -1;
+        clock_sleep_ms(air_server_retry_s * 1000);
         (void)swi_api_reopen();
     }
-    return clock_stopped() ? -1 : 0;
+    return -1;
 }
 
 static void identify(sierra_identity &identity)
@@ -99,6 +108,8 @@ static void identify(sierra_identity &identity)
 
 static int create_thread()
 {
+    if (session.thread_created)
+        return 0;
     const int error =
         pthread_create(&session.notification_thread, nullptr, notification_thread, nullptr);
     if (error != 0) {
@@ -114,8 +125,8 @@ int sierra_cns_start(sierra_identity &identity)
 {
     if (session.started) {
         log_message(log_info, "Sierra CnS back-end may only be started once");
-        (void)sierra_cns_restore();
-        return 0;
+        const int restored = sierra_cns_restore(identity);
+        return create_thread() != 0 ? -1 : std::max(0, restored);
     }
     if (access(rooted(server_path).c_str(), R_OK | X_OK) != 0) {
         log_message(log_fatal, "No such file: %s\n", server_path);
@@ -130,28 +141,41 @@ int sierra_cns_start(sierra_identity &identity)
         std::atexit(end_session);
     else if (!clock_stopped())
         give_up(result);
-    if (clock_stopped() || await_air_server() != 0)
+    if (clock_stopped() || await_air_server(INT_MAX) != 0)
         return -1;
     identify(identity);
     session.started = true;
     return create_thread();
 }
 
-int sierra_cns_restore()
+// 1 when the channels were opened again, 0 when they were alive, -1 when it failed.
+static int reopen()
 {
-    if (!session.started || swi_api_alive())
+    if (swi_api_alive())
         return 0;
-    session.call_notifications_enabled = false; // a new server knows nothing of them
+    sierra_cns_forget_notifications(); // a new server knows nothing of them
     const int result = swi_api_reopen();
     if (result != swi_ok) {
         log_message(log_warning, "Sierra Wireless API could not be opened again: %d", result);
         return -1;
     }
-    return await_air_server() == 0 ? 1 : -1;
+    return await_air_server(restore_wait_max) == 0 ? 1 : -1;
+}
+
+int sierra_cns_restore(sierra_identity &identity)
+{
+    if (!session.started)
+        return 0;
+    const int result = reopen();
+    if (result >= 0 && identity.product[0] == '\0')
+        identify(identity); // it was silent when it was asked first
+    return result;
 }
 
 int sierra_cns_await_thread()
 {
+    if (!session.thread_created)
+        return -1;
     while (!session.thread_ready && !clock_stopped()) {
         log_message(log_debug, "Waiting for thread...\n");
         clock_sleep_ms(thread_retry_ms);
@@ -243,7 +267,18 @@ int sierra_cns_enable_call_notifications()
         }
     }
     session.call_notifications_enabled = true;
+    session.call_notifications_wanted = true;
     return 0;
+}
+
+int sierra_cns_renew_call_notifications()
+{
+    return session.call_notifications_wanted ? sierra_cns_enable_call_notifications() : 0;
+}
+
+void sierra_cns_forget_notifications()
+{
+    session.call_notifications_enabled = false;
 }
 
 // ---- result codes

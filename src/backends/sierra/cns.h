@@ -20,15 +20,19 @@ struct sierra_identity {
 };
 static_assert(sizeof(sierra_identity) == 28);
 
-// Opens the session, or restores it if it was opened before; a first start fills the identity. 0 or
-// -1. A server that cannot be opened ends the process.
+// Opens the session and fills the identity, or restores the session if it was opened before. 0, 1 when
+// the channels were restored, or -1. A first start waits for the modem as long as it takes, and a
+// server that cannot be opened then ends the process. A session that could not be restored is no
+// failure here: requests fail until a later start succeeds.
 int sierra_cns_start(sierra_identity &identity);
 
-// Opens the channels of a started session again if their server died. 1 when it did: the families'
+// Opens the channels of a started session again if their server died, and waits about a minute for
+// the modem. Identifies the modem if that failed before. 1 when the server died: the families'
 // notifications must be enabled again; 0 when nothing was to be done, -1 when it failed.
-int sierra_cns_restore();
+int sierra_cns_restore(sierra_identity &identity);
 
-// Waits until the notification thread runs. 0, or -1 once termination was requested.
+// Waits until the notification thread runs. 0, or -1 without a thread or once termination was
+// requested.
 [[nodiscard]] int sierra_cns_await_thread();
 
 // Says that the thread ends, which it does not: it lives as long as the process. 0.
@@ -41,8 +45,15 @@ int sierra_cns_ping(cellmodem &modem);
 // there, -1 otherwise.
 int sierra_cns_find_ppp_interface(cellmodem &modem);
 
-// Enables the notifications about calls, once for each server. 0 or -1.
+// Enables the notifications about calls unless they are. 0 or -1.
 int sierra_cns_enable_call_notifications();
+
+// Enables them again if they were enabled before and forgotten since. 0 or -1.
+int sierra_cns_renew_call_notifications();
+
+// Notes that the modem or its server began anew, or may have: neither then remembers what was
+// enabled.
+void sierra_cns_forget_notifications();
 
 // Writes the name of an SDK result to the buffer, at most size - 1 characters; returns the buffer.
 char *sierra_cns_rcode_name(int code, char *buffer, size_t size);

@@ -134,52 +134,57 @@ constexpr wanted_notification wanted_notifications[] = {
     {swi_notify_rssi, "RSSI", "Rssi"},
 };
 
-// swi_ok, or the result of the first that failed.
+void gsm_forget_notifications()
+{
+    gsm.notified = false;
+    sierra_cns_forget_notifications();
+}
+
+// 0, or -1 with the first that failed; those of calls are renewed with them.
 static int enable_notifications()
 {
+    gsm.notified = false;
     log_message(log_debug, "Enabling radio status notifications");
     if (sierra_cns_await_thread() != 0)
-        return swi_failed;
+        return -1;
     for (const wanted_notification &row : wanted_notifications) {
         log_message(log_debug, "Enabling %s notifications", row.what);
         const int result = swi_enable_notification(row.id, sierra_timeout_ms);
         if (result != swi_ok) {
             log_message(log_error, "SWI_NOTIFY_%s failed: %d", row.name, result);
-            return result;
+            return -1;
         }
     }
-    return swi_ok;
+    gsm.notified = true;
+    (void)sierra_cns_renew_call_notifications();
+    return 0;
 }
 
 // ---- attach and detach
 
-// Whether nobody was there to give this result.
-static bool unanswered(int result)
-{
-    return result == swi_no_response || result == swi_modem_timeout;
-}
-
 static int attach(cellmodem &modem)
 {
-    if (sierra_cns_start(gsm.identity) != 0) {
+    const int started = sierra_cns_start(gsm.identity);
+    if (started < 0) {
         log_message(log_fatal, "Failed to start swisdk.");
         return -1;
     }
+    if (started > 0)
+        gsm_forget_notifications();
     modem.aux_buffer = text_from_bytes(gsm.identity.product);
     modem.aux_word = gsm.identity.type_code;
     if (swi_register_callback(sierra_gsm_notification_callback, &modem, -1, 0) != swi_ok) {
         log_message(log_error, "Failed to register Sierra Wireless callback");
         return -1;
     }
-    const int result = enable_notifications();
-    if (result != swi_ok) {
+    if (enable_notifications() != 0) {
         log_message(log_error, "Failed to setup GSM event notification");
-        // A recovery that meets a silent server attaches all the same: only an attached modem is
-        // pinged, and the pings that go on failing bring the next recovery, which may find it back.
-        if (!gsm.was_attached || !unanswered(result))
+        // A recovery that meets a modem still booting attaches all the same: only an attached modem
+        // is pinged. Pings that go on failing bring the next recovery; the first that succeeds
+        // enables what failed here.
+        if (!gsm.was_attached)
             return -1;
-        log_message(log_warning,
-                    "Sierra Wireless GSM modem is silent, attaching to it all the same");
+        log_message(log_warning, "Attaching to the Sierra Wireless GSM modem all the same");
     }
     gsm.was_attached = true;
     (void)publish_attached(modem, true); // an unreachable infod keeps nobody from the modem
@@ -204,6 +209,20 @@ static int sierra_gsm_detach(cellmodem &modem)
     log_message(log_info, "Sierra Wireless GSM modem can not be detached");
     gsm.attached = false;
     (void)publish_attached(modem, false);
+    return 0;
+}
+
+// A modem that did not answer may have rebooted, and then remembers no notifications.
+static int sierra_gsm_ping(cellmodem &modem)
+{
+    if (sierra_cns_ping(modem) != 0) {
+        gsm_forget_notifications();
+        return -1;
+    }
+    if (gsm.notified)
+        (void)sierra_cns_renew_call_notifications();
+    else
+        (void)enable_notifications();
     return 0;
 }
 
@@ -233,7 +252,7 @@ static int sierra_gsm_disconnect(cellmodem &)
 constexpr cellmodem_slots gsm_slots = {
     .attach = slot<sierra_gsm_attach>,
     .detach = slot<sierra_gsm_detach>,
-    .ping = slot<sierra_cns_ping>,
+    .ping = slot<sierra_gsm_ping>,
     .info = slot<sierra_gsm_info>,
     .status = slot<sierra_gsm_status>,
     .connect = slot<sierra_gsm_connect>,

@@ -17,6 +17,7 @@ enum gsm_radio_state { gsm_radio_unknown = 0, gsm_radio_on = 1, gsm_radio_off = 
 struct gsm_family {
     bool attached = false;
     bool was_attached = false; // once, with all notifications enabled
+    bool notified = false;     // as far as is known, the modem remembers what was enabled
     sierra_identity identity;
     std::atomic<uint32_t> sim_status = gsm_unknown;
     std::atomic<uint32_t> network_status = gsm_unknown;
@@ -24,6 +25,9 @@ struct gsm_family {
 };
 
 extern gsm_family gsm;
+
+// gsm.cpp: the modem begins anew, or may have.
+void gsm_forget_notifications();
 
 // gsm_records.cpp
 int sierra_gsm_info(cellmodem &modem, FILE *out, int mode);

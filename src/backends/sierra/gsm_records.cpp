@@ -34,6 +34,10 @@ struct record_data {
     swi_radio_bands radio_bands = {};
     swi_radio_temperature temperature = {};
     std::string phone_number = {};
+    // The notified values as they were when the record was begun: its rows agree with each other.
+    uint32_t sim_status = gsm.sim_status;
+    uint32_t network_status = gsm.network_status;
+    uint32_t system_mode = gsm.system_mode;
 };
 
 static std::string cut(const char *bytes, size_t bytes_max)
@@ -258,9 +262,9 @@ constexpr row status_rows[] = {
     {"device-state", nullptr, [](const record_data &d) { return record_text(device_state_name(d.modem.device_state)); }},
     {"rssi", query_signal, [](const record_data &d) { return record_number(d.signal.rssi); }},
     {"ber", query_signal, [](const record_data &d) { return record_number(d.signal.ber); }},
-    {"sim-status-code", nullptr, [](const record_data &) { const uint32_t code = gsm.sim_status; return code == gsm_unknown ? record_unknown() : record_number(code); }},
-    {"sim-status", nullptr, [](const record_data &) { return cached(gsm.sim_status, gsm_sim_status_names); }},
-    {"sim-lock", nullptr, [](const record_data &) { return record_text(name_of(gsm_sim_lock_names, gsm.sim_status)); }},
+    {"sim-status-code", nullptr, [](const record_data &d) { return d.sim_status == gsm_unknown ? record_unknown() : record_number(d.sim_status); }},
+    {"sim-status", nullptr, [](const record_data &d) { return cached(d.sim_status, gsm_sim_status_names); }},
+    {"sim-lock", nullptr, [](const record_data &d) { return record_text(name_of(gsm_sim_lock_names, d.sim_status)); }},
     {"sim-msin", query_imsi, [](const record_data &d) { return record_text(text_from_bytes(d.imsi.msin)); }},
     {"sim-mcc", query_imsi, [](const record_data &d) { return hex_digits(d.imsi.mcc); }},
     {"sim-mnc", query_imsi, [](const record_data &d) { return hex_digits(d.imsi.mnc); }},
@@ -275,8 +279,8 @@ constexpr row status_rows[] = {
     {"ecio", query_cells, cells_value},
     {"current-bands", query_radio_bands, radio_bands_value},
     {"temperature", query_temperature, [](const record_data &d) { return record_number(d.temperature.celsius); }},
-    {"network-status", nullptr, [](const record_data &) { return cached(gsm.network_status, gsm_network_status_names); }},
-    {"system-mode", nullptr, [](const record_data &) { return cached(gsm.system_mode, gsm_system_mode_names); }},
+    {"network-status", nullptr, [](const record_data &d) { return cached(d.network_status, gsm_network_status_names); }},
+    {"system-mode", nullptr, [](const record_data &d) { return cached(d.system_mode, gsm_system_mode_names); }},
 };
 // clang-format on
 

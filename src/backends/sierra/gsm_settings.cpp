@@ -60,6 +60,7 @@ int sierra_gsm_reset(cellmodem &)
         return -1;
     }
     log_message(log_debug, "Modem successfully reset");
+    gsm_forget_notifications();
     return 0;
 }
 

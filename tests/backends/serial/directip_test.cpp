@@ -112,7 +112,7 @@ TEST_F(directip, a_value_that_is_not_utf8_is_latin1_and_bounded)
 TEST_F(directip, info_writes_what_the_response_holds)
 {
     attach({"\r\nManufacturer: Sierra Wireless, Incorporated\r\nModel: MC7700\r\n"
-            "Revision: SWI9200X_03.05 r1 2013/01/04\r\nextra line\r\n"
+            "Revision: FW_DIP_03.05 r1 2013/01/04\r\nextra line\r\n"
             "IMEI: 012626000123456\r\nIMEI SV: 8\r\nFSN: CC3201\r\n+GCAP: +CGSM\r\n\r\nOK\r\n"});
     const memory_stream out;
     EXPECT_EQ(modem.slots.info(modem, out.get(), output_lines), 0);
@@ -123,7 +123,7 @@ TEST_F(directip, info_writes_what_the_response_holds)
                           "technology GSM/UMTS/LTE\n"
                           "imei 012626000123456\n"
                           "serial CC3201\n"
-                          "firmware SWI9200X_03.05 r1 2013/01/04\r\nextra line\r\n");
+                          "firmware FW_DIP_03.05 r1 2013/01/04\r\nextra line\r\n");
     const std::string prefix = "config.cellmodem.tessera.";
     EXPECT_EQ(infod.pushed,
               (texts{"long " + prefix + "status.attached=1", "text " + prefix + "info.attached=yes",

@@ -40,23 +40,23 @@ TEST_F(cns, starts_once_and_identifies_the_modem)
     install_program();
     fake_swi_server server([](const fake_request &request) {
         swi_modem_type type;
-        type.type_code = 0x6813;
+        type.type_code = 0x7a01;
         type.technology = swi_gsm_modems;
-        EXPECT_EQ(swi_set_text(type.product, "MC8795V"), 0);
+        EXPECT_EQ(swi_set_text(type.product, "UGM8800"), 0);
         return packets{request.header.kind == swi_kind_device_info
                            ? respond_with(request, type)
                            : respond(request, swi_status_ok, packet(1008))};
     });
     ASSERT_EQ(sierra_cns_start(identity), 0);
-    EXPECT_STREQ(identity.product, "MC8795V");
-    EXPECT_EQ(identity.type_code, 0x6813u);
-    EXPECT_TRUE(log.has("700 Detected sierra-wireless modem: 'MC8795V' 0x6813"));
+    EXPECT_STREQ(identity.product, "UGM8800");
+    EXPECT_EQ(identity.type_code, 0x7a01u);
+    EXPECT_TRUE(log.has("700 Detected sierra-wireless modem: 'UGM8800' 0x7a01"));
     EXPECT_EQ(sierra_cns_await_thread(), 0);
     const size_t asked = server.requests().size();
     EXPECT_EQ(sierra_cns_start(identity), 0);
     EXPECT_TRUE(log.has("600 Sierra CnS back-end may only be started once"));
     EXPECT_EQ(server.requests().size(), asked);
-    EXPECT_EQ(sierra_cns_restore(), 0) << "nothing to be done";
+    EXPECT_EQ(sierra_cns_restore(identity), 0) << "nothing to be done";
     EXPECT_EQ(sierra_cns_stop_notifications(), 0);
     EXPECT_TRUE(log.has("600 Canceling sierra API notification thread"));
 }
@@ -144,11 +144,38 @@ TEST_F(cns, a_session_whose_server_died_is_restored_below)
     server.die();
     wait_for([] { return !swi_api_alive(); });
     server.serve();
-    EXPECT_EQ(sierra_cns_start(identity), 0);
+    EXPECT_EQ(sierra_cns_start(identity), 1) << "all notifications must be enabled again";
     EXPECT_TRUE(swi_api_alive());
     EXPECT_EQ(sierra_cns_ping(modem), 0);
     EXPECT_EQ(sierra_cns_enable_call_notifications(), 0);
     EXPECT_EQ(server.enabled().size(), 8u) << "the new server knew nothing of them";
+}
+
+TEST_F(cns, a_restore_identifies_what_was_silent_and_does_not_wait_for_ever)
+{
+    install_program();
+    std::atomic<bool> known = false;
+    std::atomic<bool> unavailable = false;
+    fake_swi_server server([&](const fake_request &request) {
+        swi_modem_type type;
+        EXPECT_EQ(swi_set_text(type.product, "UGM8800"), 0);
+        if (request.header.kind == swi_kind_air_server)
+            return packets{respond_with(request, swi_air_server_status{unavailable})};
+        return packets{known ? respond_with(request, type) : respond(request, swi_status_timeout)};
+    });
+    ASSERT_EQ(sierra_cns_start(identity), 0);
+    EXPECT_STREQ(identity.product, "");
+    known = true;
+    EXPECT_EQ(sierra_cns_restore(identity), 0);
+    EXPECT_STREQ(identity.product, "UGM8800");
+
+    unavailable = true;
+    server.die();
+    wait_for([] { return !swi_api_alive(); });
+    server.serve();
+    EXPECT_EQ(sierra_cns_restore(identity), -1);
+    EXPECT_EQ(log.count("300 Sierra Wireless Air Server unavailable"), 13) << "a minute, each 5 s";
+    EXPECT_EQ(sierra_cns_start(identity), 0) << "the session is there, and pings tell the rest";
 }
 
 TEST_F(cns, the_first_call_notification_that_fails_ends_the_row)

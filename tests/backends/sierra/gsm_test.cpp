@@ -1,5 +1,6 @@
 // The UMTS/GSM family against a server that answers as each case needs it.
 
+#include "backends/select.h"
 #include "backends/sierra/gsm.h"
 #include "backends/sierra/gsm_family.h"
 #include "backends/sierra/gsm_names.h"
@@ -155,6 +156,48 @@ TEST_F(gsm_modem, a_recovery_attaches_to_a_silent_modem_and_so_leads_to_the_next
     EXPECT_TRUE(log.has("300 SWI_NOTIFY_ModemDisabled failed: 153"));
 }
 
+TEST_F(gsm_modem, a_recovery_attaches_whatever_becomes_of_the_notifications)
+{
+    const auto object = static_cast<uint16_t>(swi_object_notification + 2000);
+    attach();
+    for (const uint32_t status : {swi_status_timeout, swi_status_busy, swi_status_not_supported}) {
+        EXPECT_EQ(modem->slots.detach(*modem), 0);
+        refuse(object, status);
+        attach();
+        EXPECT_TRUE(modem->attached) << status;
+        size_t enabled = server.enabled().size();
+        EXPECT_EQ(modem->slots.ping(*modem), 0) << "it answers, whatever it refuses";
+        EXPECT_EQ(server.enabled().size(), enabled + 4);
+        refuse(object, swi_status_ok);
+        EXPECT_EQ(modem->slots.ping(*modem), 0);
+        EXPECT_EQ(server.enabled().size(), enabled += 4 + 8);
+        EXPECT_EQ(modem->slots.ping(*modem), 0);
+        EXPECT_EQ(server.enabled().size(), enabled) << "now they are enabled";
+    }
+}
+
+TEST_F(gsm_modem, a_modem_that_may_have_rebooted_is_told_again_what_to_notify)
+{
+    attach();
+    EXPECT_EQ(modem->slots.disconnect(*modem), -1);
+    EXPECT_EQ(server.enabled().size(), 12u);
+    refuse(swi_object_esn, swi_status_timeout);
+    EXPECT_EQ(modem->slots.ping(*modem), -1);
+    EXPECT_EQ(server.enabled().size(), 12u);
+    refuse(swi_object_esn, swi_status_failed);
+    EXPECT_EQ(modem->slots.ping(*modem), -1);
+    answer_with(swi_object_esn,
+                [](const fake_request &request) { return respond_with(request, swi_number{1}); });
+    EXPECT_EQ(modem->slots.ping(*modem), 0);
+    const std::vector<uint32_t> all = server.enabled();
+    ASSERT_EQ(all.size(), 24u);
+    EXPECT_TRUE(std::equal(all.begin(), all.begin() + 12, all.begin() + 12))
+        << "those of calls, too";
+    EXPECT_EQ(modem->slots.reset(*modem), 0);
+    EXPECT_EQ(modem->slots.ping(*modem), 0);
+    EXPECT_EQ(server.enabled().size(), 36u);
+}
+
 TEST_F(gsm_modem, notifications_change_what_they_are_about)
 {
     attach();
@@ -188,7 +231,7 @@ TEST_F(gsm_modem, notifications_change_what_they_are_about)
     server.notify(notification(2012, {1}));
     server.notify(notification(3000, {1}));
     wait_for([&] { return log.has("700 Unknown notification: "); });
-    EXPECT_EQ(log.count("700 Unknown notification: " + std::to_string(0x4000 + 3000)), 1);
+    EXPECT_EQ(log.count("700 Unknown notification: 3000"), 1);
     EXPECT_FALSE(log.has("Unknown notification: 103"));
     EXPECT_FALSE(log.has("Unknown notification: 2012"));
 }
@@ -200,6 +243,22 @@ TEST_F(gsm_modem, a_destroyed_record_is_no_longer_notified)
     server.notify(notification(2028, {1}));
     server.notify(packet(3));
     wait_for([&] { return log.has("dropped a malformed notification of 3 bytes"); });
+}
+
+TEST_F(gsm_modem, a_record_that_is_filled_anew_is_let_go_of_first)
+{
+    root.write("/var/run/.modem/cellmodem_is_sierra", "");
+    root.write("/var/run/.modem/cellmodem_is_gsm", "");
+    attach();
+    ASSERT_EQ(modem->slots.detach(*modem), 0);
+    ASSERT_EQ(cellmodem_select(*modem), 0);
+    server.notify(notification(2028, {1}));
+    server.notify(packet(3));
+    wait_for([&] { return log.has("dropped a malformed notification of 3 bytes"); });
+    EXPECT_EQ(modem->session_state, session_unknown);
+    attach();
+    server.notify(notification(2028, {1}));
+    wait_for([&] { return modem->session_state == session_connected; });
 }
 
 TEST_F(gsm_modem, data_calls_are_placed_elsewhere)
