@@ -96,6 +96,7 @@ TEST_F(gsm_appliance, without_notifications_the_cached_values_are_unknown)
 
 TEST_F(gsm_appliance, the_radio_is_switched_and_its_end_is_everybodys)
 {
+    time_scale = "0.2"; // a second for what takes the modem 20 ms, on a machine under load
     bring_up(R"({"packet_session": true})");
     EXPECT_EQ(asked("SwiSetModemDisable 1"), 1) << "enabled at the start";
     wait_for("the session", [&] { return infod("session-state") == "CONNECTED\n"; });
@@ -117,6 +118,7 @@ TEST_F(gsm_appliance, the_radio_is_switched_and_its_end_is_everybodys)
 
 TEST_F(gsm_appliance, a_locked_sim_is_unlocked_blocked_and_unblocked)
 {
+    time_scale = "0.2"; // a second for what takes the modem 20 ms, on a machine under load
     bring_up(R"({"sim": "pin", "pin_lock": true})");
     wait_for("the lock", [&] { return status("sim-lock") == "SIM_LOCK_PIN"; });
     EXPECT_EQ(status("sim-imsi"), "(none)");

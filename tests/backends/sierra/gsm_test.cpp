@@ -275,6 +275,7 @@ TEST_F(gsm_modem, data_calls_are_placed_elsewhere)
 TEST_F(gsm_modem, the_radio_is_switched_when_the_modem_says_so)
 {
     attach();
+    setenv("TESSERA_TIME_SCALE", "0.5", 1); // 2.5 s for the confirmation, on a machine under load
     answer_with(swi_object_modem_enable, [&](const fake_request &request) {
         if (request.object.operation == swi_operation_set)
             server.notify(notification(2017, {request.parameters[0]}));
