@@ -17,6 +17,7 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -168,12 +169,38 @@ static int mutex_wait_ms()
     return server_wait_ms() + looks * greetings * clock_answer_timeout_ms(greeting_ms) + margin_ms;
 }
 
+static bool is_ours(const struct stat &file)
+{
+    return S_ISREG(file.st_mode) && (file.st_uid == 0 || file.st_uid == geteuid());
+}
+
+// Everybody may write to the directory: a file that somebody else has put there, perhaps to hold it
+// for ever, is replaced. A new file is never made through open()'s O_CREAT alone, which systems that
+// protect such directories refuse for a file of another owner.
+static int open_mutex(unique_fd &mutex)
+{
+    const std::string place = rooted(swi_socket_mutex_path);
+    struct stat file;
+    if (lstat(place.c_str(), &file) == 0 && !is_ours(file)) {
+        log_message(log_warning, "SWI API: %s belongs to another user and is made anew",
+                    swi_socket_mutex_path);
+        if (unlink(place.c_str()) != 0)
+            return -1;
+    }
+    constexpr int flags = O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW;
+    mutex.reset(open(place.c_str(), flags | O_CREAT | O_EXCL, 0600));
+    if (!mutex && errno == EEXIST)
+        mutex.reset(open(place.c_str(), flags));
+    if (!mutex || fstat(mutex.get(), &file) != 0)
+        return -1;
+    errno = EACCES;
+    return is_ours(file) ? 0 : -1;
+}
+
 // Two clients that start at once must neither start two servers nor take the same pair.
 static int take_mutex(unique_fd &mutex)
 {
-    mutex.reset(open(rooted(swi_socket_mutex_path).c_str(),
-                     O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!mutex) {
+    if (open_mutex(mutex) != 0) {
         log_message(log_error, "SWI API: %s: %s", swi_socket_mutex_path, strerror(errno));
         return swi_system_error;
     }

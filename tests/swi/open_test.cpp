@@ -56,6 +56,23 @@ TEST_F(swi_opening, fails_by_what_it_meets)
     EXPECT_EQ(open_api(), swi_ok);
 }
 
+TEST_F(swi_opening, replaces_a_mutex_file_of_somebody_else)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give a file away";
+    const std::string place = root.place(swi_socket_mutex_path);
+    root.write(swi_socket_mutex_path, "");
+    ASSERT_EQ(chown(place.c_str(), 65534, 65534), 0);
+    const unique_fd theirs(open(place.c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(flock(theirs.get(), LOCK_EX), 0);
+    fake_swi_server server;
+    EXPECT_EQ(open_api(), swi_ok);
+    EXPECT_TRUE(log.has("belongs to another user and is made anew"));
+    struct stat file;
+    ASSERT_EQ(stat(place.c_str(), &file), 0);
+    EXPECT_EQ(file.st_uid, 0u);
+}
+
 TEST_F(swi_opening, starts_the_program_below_the_root_and_gives_up_when_it_does_not_serve)
 {
     // The program's standard streams are nobody's; its name is as the appliance knows it.

@@ -13,6 +13,7 @@
 #include "platform/log.h"
 
 #include <pcre2.h>
+#include <termios.h>
 #include <unistd.h>
 
 constexpr int empty_reads_max = 200;
@@ -32,9 +33,16 @@ std::string at_format(const char *format, ...)
     char command[at_command_max + 1];
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(command, sizeof(command), format, arguments);
+    const int length = vsnprintf(command, sizeof(command), format, arguments);
     va_end(arguments);
+    if (length > static_cast<int>(at_command_max))
+        command[at_command_max - 1] = '\r';
     return command;
+}
+
+void at_discard()
+{
+    tcflush(the_port.fd.get(), TCIFLUSH);
 }
 
 int at_write(std::string_view command)
@@ -80,7 +88,8 @@ std::optional<std::string_view> at_read(int timeout_s)
         return std::nullopt;
     }
     if (ready != 1) {
-        log_message(log_error, "select() failed: %s result: %d", port_path, ready);
+        if (!clock_stopped())
+            log_message(log_error, "select() failed: %s result: %d", port_path, ready);
         return std::nullopt;
     }
     int retries = 0;
@@ -88,6 +97,8 @@ std::optional<std::string_view> at_read(int timeout_s)
     if (length < 0)
         return std::nullopt;
     log_message(log_debug, "Got %d bytes from %s retries: %d", length, port_path, retries);
+    if (length == 0)
+        return std::nullopt; // readable and empty: the port was hung up
     return std::string_view(response_buffer, strnlen(response_buffer, at_response_max));
 }
 

@@ -56,7 +56,7 @@ static int sierra_directip_lte_detach(cellmodem &modem)
 static std::optional<std::string_view> read_response(int timeout_s)
 {
     const auto response = at_read(timeout_s);
-    if (!response)
+    if (!response && !clock_stopped())
         log_message(log_fatal, "Did not get response from modem");
     return response;
 }
@@ -72,15 +72,23 @@ static std::optional<std::string_view> read_ok(const char *failure, int timeout_
     return std::nullopt;
 }
 
-// Sends a command and reads its response. `could_not` is the whole line for a failed write.
+// Sends a command; `could_not` is the whole line for a failed write.
+static int send_command(std::string_view command, const char *could_not)
+{
+    at_discard();
+    if (at_write(command) == 0)
+        return 0;
+    log_message(log_fatal, "%s", could_not);
+    return -1;
+}
+
+// Sends a command and reads its response.
 static std::optional<std::string_view> exchange(const std::string &command,
                                                 const std::string &could_not, const char *failure,
                                                 int timeout_s = at_timeout_s)
 {
-    if (at_write(command) != 0) {
-        log_message(log_fatal, "%s", could_not.c_str());
+    if (send_command(command, could_not.c_str()) != 0)
         return std::nullopt;
-    }
     return read_ok(failure, timeout_s);
 }
 
@@ -217,10 +225,8 @@ static int sierra_directip_lte_reset(cellmodem &)
 static int sierra_directip_lte_data_up(cellmodem &)
 {
     log_message(log_debug, "sierra_directip_lte_data_up)");
-    if (at_write("AT!SCACT?\r") != 0) {
-        log_message(log_fatal, "Could not query radio");
+    if (send_command("AT!SCACT?\r", "Could not query radio") != 0)
         return -1;
-    }
     const auto response = read_response(at_timeout_s);
     if (!response || response->find("!SCACT: 1,1") == std::string_view::npos)
         return -1;
@@ -250,8 +256,7 @@ static int set_authentication(int auth, const char *username, const char *passwo
 // part of the command may have reached the modem.
 static int switch_context(const char *command, const char *could_not, const char *failure)
 {
-    if (at_write(command) != 0)
-        log_message(log_fatal, "%s", could_not);
+    (void)send_command(command, could_not);
     return read_ok(failure, context_timeout_s) ? 0 : -1;
 }
 

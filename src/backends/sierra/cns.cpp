@@ -199,6 +199,8 @@ int sierra_cns_ping(cellmodem &modem)
         (void)publish_device_state(modem, device_responding);
         return 0;
     }
+    if (clock_stopped())
+        return -1; // cut short, which says nothing of the modem
     (void)publish_device_state(modem, device_unresponsive);
     log_message(log_warning, "Failed to ping sierra wireless modem: %d", result);
     return -1;

@@ -3,6 +3,7 @@
 #include "backends/sierra/gsm_family.h"
 #include "cellmodem/cellmodem.h"
 #include "cellmodem/slot.h"
+#include "platform/clock.h"
 #include "platform/log.h"
 #include "platform/text.h"
 #include "publish/state.h"
@@ -166,7 +167,8 @@ static int attach(cellmodem &modem)
 {
     const int started = sierra_cns_start(gsm.identity);
     if (started < 0) {
-        log_message(log_fatal, "Failed to start swisdk.");
+        if (!clock_stopped())
+            log_message(log_fatal, "Failed to start swisdk.");
         return -1;
     }
     if (started > 0)

@@ -114,7 +114,7 @@ TEST_F(at_exchange, commands_are_cut)
     const std::string long_apn(300, 'a');
     const std::string command = at_format("AT+CGDCONT=1,\"IP\",\"%s\"\r", long_apn.c_str());
     EXPECT_EQ(command.size(), 254u);
-    EXPECT_EQ(command.back(), 'a');
+    EXPECT_EQ(command.substr(252), "a\r") << "an open line would swallow the next command";
     EXPECT_EQ(at_format("%s", std::string(254, 'b').c_str()), std::string(254, 'b'));
 }
 

@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 
 using texts = std::vector<std::string>;
 
@@ -209,6 +210,8 @@ TEST_F(directip, every_step_of_connect_can_fail)
     } rows[] = {
         {{error}, "0 Set APN failed - \r\nERROR\r", 1},
         {{ok, "\r\nERROR\r\n\r\n"}, "0 Set auth settings failed - \r\nERROR\r\n\r", 2},
+        {{ok, ok, error}, "0 PDP context activation failed - \r\nERROR\r", 3},
+        {{ok, ok, ok, error, error}, "300 timed out waiting for data connection", 0},
         {{}, "0 Did not get response from modem", 1},
     };
     for (const auto &row : rows) {
@@ -218,9 +221,65 @@ TEST_F(directip, every_step_of_connect_can_fail)
         EXPECT_TRUE(log.has(row.line)) << row.line;
         modem.slots.detach(modem);
         scripted->vanish();
-        EXPECT_EQ(scripted->commands().size(), static_cast<size_t>(row.commands)) << row.line;
+        if (row.commands != 0) {
+            EXPECT_EQ(scripted->commands().size(), static_cast<size_t>(row.commands)) << row.line;
+        }
     }
     EXPECT_EQ(scripted->commands()[0], "AT+CGDCONT=1,\"IP\",\"a\"");
+}
+
+TEST_F(directip, refusals_are_told)
+{
+    const std::string error = "\r\nERROR\r\n";
+    attach({ok, error, ok, error, ok, error});
+    EXPECT_EQ(modem.slots.radio(modem, true), 0);
+    EXPECT_EQ(modem.slots.radio(modem, false), -1);
+    EXPECT_EQ(modem.state_b, 1) << "as it was";
+    EXPECT_TRUE(log.has("0 Set radio failed - \r\nERROR\r"));
+    EXPECT_EQ(modem.slots.reset(modem), 0);
+    EXPECT_EQ(modem.slots.reset(modem), -1);
+    EXPECT_TRUE(log.has("0 Reset failed - \r\nERROR\r"));
+    EXPECT_EQ(modem.slots.disconnect(modem), 0);
+    EXPECT_EQ(modem.slots.disconnect(modem), -1);
+    EXPECT_TRUE(log.has("0 PDP context deactivation failed - \r\nERROR\r"));
+}
+
+TEST_F(directip, a_port_that_is_hung_up_answers_nothing)
+{
+    attach({ok});
+    EXPECT_EQ(modem.slots.radio(modem, true), 0);
+    scripted->vanish();
+    log.clear();
+    EXPECT_EQ(modem.slots.disconnect(modem), -1) << "the older answer's OK is none";
+    EXPECT_EQ(modem.slots.data_up(modem), -1);
+    EXPECT_EQ(modem.slots.lte_connect(modem, "a", nullptr, 0, "", ""), -1);
+    EXPECT_TRUE(log.has("0 Could not deactivate pdp context"));
+    EXPECT_TRUE(log.has("0 Did not get response from modem"));
+    EXPECT_TRUE(log.has("0 Could not query radio"));
+    EXPECT_TRUE(log.has("0 Could not set APN to a"));
+}
+
+TEST_F(directip, a_late_answer_is_not_taken_for_the_next)
+{
+    attach({"\r\n!SCACT: 1,1\r\n\r\nOK\r\n", "\r\n!SCACT: 1,0\r\n\r\nOK\r\n"});
+    ASSERT_EQ(at_write("AT!SCACT?\r"), 0); // whose answer nobody waits for
+    int waiting = 0;
+    while (waiting < 20)
+        ASSERT_EQ(ioctl(at_port().fd.get(), FIONREAD, &waiting), 0);
+    EXPECT_EQ(modem.slots.data_up(modem), -1);
+}
+
+TEST_F(directip, a_command_too_long_is_cut_and_still_ends)
+{
+    const std::string error = "\r\nERROR\r\n";
+    attach({error, ok});
+    EXPECT_EQ(modem.slots.lte_connect(modem, std::string(300, 'a').c_str(), nullptr, 0, "", ""),
+              -1);
+    EXPECT_EQ(modem.slots.reset(modem), 0);
+    scripted->vanish();
+    ASSERT_EQ(scripted->commands().size(), 2u);
+    EXPECT_EQ(scripted->commands()[0].size(), at_command_max - 1);
+    EXPECT_EQ(scripted->commands()[1], "AT!RESET");
 }
 
 TEST_F(directip, text_that_would_become_a_command_is_refused)
