@@ -192,18 +192,24 @@ static int sierra_cdma_detach(cellmodem &modem)
     return 0;
 }
 
-// A modem that did not answer may have rebooted. It then remembers no notifications, and what it
-// would have notified meanwhile is looked up.
-static int sierra_cdma_ping(cellmodem &modem)
+// What a modem was not told or asked while it did not answer.
+static void catch_up(cellmodem &modem)
+{
+    (void)enable_hdr_state();
+    cdma_follow_call(modem);
+    if (!modem.aux_buffer)
+        identify(modem);
+}
+
+// A modem that did not answer may have rebooted, and then remembers no notifications.
+int sierra_cdma_ping(cellmodem &modem)
 {
     if (sierra_cns_ping(modem) != 0) {
         forget_notifications();
         return -1;
     }
-    if (!cdma.notified) {
-        (void)enable_hdr_state();
-        cdma_follow_call(modem);
-    }
+    if (!cdma.notified)
+        catch_up(modem);
     (void)sierra_cns_renew_call_notifications();
     return 0;
 }

@@ -26,6 +26,7 @@ extern cdma_family cdma;
 
 // cdma.cpp
 int sierra_cdma_attach(cellmodem &modem);
+int sierra_cdma_ping(cellmodem &modem);
 int sierra_cdma_reset(cellmodem &modem);
 
 // cdma_product.cpp: the product's name, or nothing after logging why not.

@@ -194,7 +194,7 @@ static void await_reboot(cellmodem &modem)
 {
     clock_sleep_ms(reboot_wait_ms);
     for (int round = 0; round < reboot_rounds && !clock_stopped(); round++) {
-        if (sierra_cns_ping(modem) == 0) {
+        if (sierra_cdma_ping(modem) == 0) {
             log_message(log_info, "Sierra Wireless CDMA modem is responding again, continuing...");
             break;
         }
