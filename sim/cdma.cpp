@@ -379,7 +379,7 @@ static constexpr auto cdma_handlers =
 
 // ---- the family
 
-// A whole minute of a modem's boot is nothing to wait for in a test.
+// A boot takes as long as a real one, on the clock of the programs that wait for it.
 static int64_t scaled_ms(int64_t ms)
 {
     const char *text = getenv("TESSERA_TIME_SCALE");
