@@ -15,10 +15,15 @@ static constexpr size_t bands_max = 8;
 
 // The one modem of this process.
 static cdma_modem the_modem;
-static constexpr auto &the_state = the_modem.state;
+static cdma_state &the_state = the_modem.state;
 static sim_services *the_services;
 static sim_timer the_call_timer;
 static std::string the_interface; // name and address of the one that is up, or empty
+
+static cdma_state &state()
+{
+    return the_state;
+}
 
 // ---- notifications
 
@@ -320,15 +325,10 @@ static swi_reply get_radio_bands(const swi_nothing &, swi_radio_bands &bands)
 
 // ---- the table
 
-template <auto Member>
-static constexpr auto text = swi_reply_text<the_state, Member>;
-template <auto Member>
-static constexpr auto number = swi_reply_number<the_state, Member>;
-
 // clang-format off
 static constexpr std::array own_handlers = {
     swi_handle<swi_op_reset_cdma, swi_modem_reset>(),
-    swi_handle<swi_op_get_esn, number<&cdma_state::esn>>(),
+    swi_handle<swi_op_get_esn, swi_reply_number<state, &cdma_state::esn>>(),
     swi_handle<swi_op_get_current_radio_band, get_radio_bands>(),
     swi_handle<swi_op_set_call_originate, originate_call>(),
     swi_handle<swi_op_set_call_disconnect, disconnect_call>(),
@@ -344,29 +344,29 @@ static constexpr std::array own_handlers = {
     swi_handle<swi_op_read_sms, read_message>(),
     swi_handle<swi_op_store_sms, store_message>(),
     swi_handle<swi_op_send_sms, send_message>(),
-    swi_handle<swi_op_get_active_mip_profile, number<&cdma_state::mip_profile>>(),
+    swi_handle<swi_op_get_active_mip_profile, swi_reply_number<state, &cdma_state::mip_profile>>(),
     swi_handle<swi_op_get_mip_profile, get_mip_profile>(),
-    swi_handle<swi_op_get_mip_behavior, number<&cdma_state::mip_behavior>>(),
-    swi_handle<swi_op_get_carrier_id, number<&cdma_state::carrier_id>>(),
-    swi_handle<swi_op_get_prl_version, number<&cdma_state::prl_version>>(),
+    swi_handle<swi_op_get_mip_behavior, swi_reply_number<state, &cdma_state::mip_behavior>>(),
+    swi_handle<swi_op_get_carrier_id, swi_reply_number<state, &cdma_state::carrier_id>>(),
+    swi_handle<swi_op_get_prl_version, swi_reply_number<state, &cdma_state::prl_version>>(),
     swi_handle<swi_op_get_nam_calid_status, get_seen<&cdma_view::nam_status>>(),
     swi_handle<swi_op_get_phone_number, get_phone_number>(),
-    swi_handle<swi_op_get_mobile_dir_number, text<&cdma_state::mdn>>(),
-    swi_handle<swi_op_get_cdma_imsi, text<&cdma_state::imsi>>(),
-    swi_handle<swi_op_get_tech_sid, number<&cdma_state::sid>>(),
-    swi_handle<swi_op_get_tech_nid, number<&cdma_state::nid>>(),
-    swi_handle<swi_op_get_tech_hdr_mac_index, number<&cdma_state::hdr_mac_index>>(),
-    swi_handle<swi_op_get_packet_zone, number<&cdma_state::packet_zone>>(),
-    swi_handle<swi_op_get_tech_band_class, number<&cdma_state::band_class>>(),
+    swi_handle<swi_op_get_mobile_dir_number, swi_reply_text<state, &cdma_state::mdn>>(),
+    swi_handle<swi_op_get_cdma_imsi, swi_reply_text<state, &cdma_state::imsi>>(),
+    swi_handle<swi_op_get_tech_sid, swi_reply_number<state, &cdma_state::sid>>(),
+    swi_handle<swi_op_get_tech_nid, swi_reply_number<state, &cdma_state::nid>>(),
+    swi_handle<swi_op_get_tech_hdr_mac_index, swi_reply_number<state, &cdma_state::hdr_mac_index>>(),
+    swi_handle<swi_op_get_packet_zone, swi_reply_number<state, &cdma_state::packet_zone>>(),
+    swi_handle<swi_op_get_tech_band_class, swi_reply_number<state, &cdma_state::band_class>>(),
     swi_handle<swi_op_get_rssi_ecio, get_signal>(),
     swi_handle<swi_op_get_tech_frame, get_frames>(),
     swi_handle<swi_op_get_byte_counter, get_byte_counter>(),
-    swi_handle<swi_op_get_tech_powersave_mode, number<&cdma_state::powersave_mode>>(),
+    swi_handle<swi_op_get_tech_powersave_mode, swi_reply_number<state, &cdma_state::powersave_mode>>(),
     swi_handle<swi_op_get_transmit_power, get_signed<&cdma_state::transmit_power>>(),
     swi_handle<swi_op_get_temperature, get_signed<&cdma_state::temperature>>(),
-    swi_handle<swi_op_get_channel_number, number<&cdma_state::channel>>(),
+    swi_handle<swi_op_get_channel_number, swi_reply_number<state, &cdma_state::channel>>(),
     swi_handle<swi_op_get_tech_bs_info, get_base_station>(),
-    swi_handle<swi_op_get_authentication_status, number<&cdma_state::authentication>>(),
+    swi_handle<swi_op_get_authentication_status, swi_reply_number<state, &cdma_state::authentication>>(),
     swi_handle<swi_op_get_service_indication, get_seen<&cdma_view::service>>(),
     swi_handle<swi_op_get_hdr_srv_state, get_seen<&cdma_view::evdo_service>>(),
     swi_handle<swi_op_get_call_connection_state, get_seen<&cdma_view::call_status>>(),
@@ -375,11 +375,11 @@ static constexpr std::array own_handlers = {
 // clang-format on
 
 static constexpr auto cdma_handlers =
-    table_join(swi_modem_handlers<the_state, swi_cdma_modems>, own_handlers);
+    table_join(swi_modem_handlers<state, swi_cdma_modems>, own_handlers);
 
 // ---- the family
 
-// A whole minute of a modem's boot is nothing to wait for in a test.
+// A boot takes as long as a real one, on the clock of the programs that wait for it.
 static int64_t scaled_ms(int64_t ms)
 {
     const char *text = getenv("TESSERA_TIME_SCALE");

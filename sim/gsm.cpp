@@ -15,6 +15,11 @@ static gsm_state the_state;
 static gsm_state the_power_up;
 static sim_services *the_services;
 
+static gsm_state &state()
+{
+    return the_state;
+}
+
 // ---- notifications: every change of the view makes its own
 
 static constexpr swi_reported<gsm_view> reported_values[] = {
@@ -287,8 +292,8 @@ static swi_reply end_tracking(const swi_end_session_request &, swi_nothing &)
 static constexpr std::array own_handlers = {
     swi_handle<swi_op_reset_gsm, swi_modem_reset>(),
     swi_handle<swi_op_get_esn, get_esn>(),
-    swi_handle<swi_op_get_imei, swi_reply_text<the_state, &gsm_state::imei>>(),
-    swi_handle<swi_op_get_serial_number, swi_reply_text<the_state, &gsm_state::serial>>(),
+    swi_handle<swi_op_get_imei, swi_reply_text<state, &gsm_state::imei>>(),
+    swi_handle<swi_op_get_serial_number, swi_reply_text<state, &gsm_state::serial>>(),
     swi_handle<swi_op_get_gsm_imsi, get_imsi>(),
     swi_handle<swi_op_get_gsm_system_status, get_system_status>(),
     swi_handle<swi_op_get_rssi_ber, get_signal>(),
@@ -309,7 +314,7 @@ static constexpr std::array own_handlers = {
 };
 
 static constexpr auto gsm_handlers =
-    table_join(swi_modem_handlers<the_state, swi_gsm_modems>, own_handlers);
+    table_join(swi_modem_handlers<state, swi_gsm_modems>, own_handlers);
 
 // ---- the family
 

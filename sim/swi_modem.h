@@ -94,34 +94,34 @@ void swi_put_text(char (&field)[N], std::string_view text)
     (void)swi_set_text(field, text.substr(0, N - 1));
 }
 
-// Operations that ask for one field of the state.
-template <auto &State, auto Member>
+// Operations that ask for one field of the state, which the family's function `State` refers to.
+template <auto State, auto Member>
 swi_reply swi_reply_text(const swi_nothing &, swi_text &text)
 {
-    swi_put_text(text.text, State.*Member);
+    swi_put_text(text.text, State().*Member);
     return {};
 }
 
-template <auto &State, auto Member>
+template <auto State, auto Member>
 swi_reply swi_reply_number(const swi_nothing &, swi_number &number)
 {
-    number.value = static_cast<uint32_t>(State.*Member);
+    number.value = static_cast<uint32_t>(State().*Member);
     return {};
 }
 
-template <auto &State>
+template <auto State>
 swi_reply swi_reply_air_server(const swi_nothing &, swi_air_server_status &status)
 {
-    status.unavailable = State.air_server ? 0 : 1;
+    status.unavailable = State().air_server ? 0 : 1;
     return {};
 }
 
-template <auto &State, swi_selector Technology>
+template <auto State, swi_selector Technology>
 swi_reply swi_reply_modem_type(const swi_nothing &, swi_modem_type &type)
 {
-    type.type_code = static_cast<uint32_t>(State.type_code);
+    type.type_code = static_cast<uint32_t>(State().type_code);
     type.technology = Technology;
-    swi_put_text(type.product, State.product);
+    swi_put_text(type.product, State().product);
     return {};
 }
 
@@ -129,7 +129,7 @@ swi_reply swi_reply_modem_type(const swi_nothing &, swi_modem_type &type)
 swi_reply swi_modem_reset(const swi_nothing &, swi_nothing &);
 
 // The rows that every family's table begins with.
-template <auto &State, swi_selector Technology>
+template <auto State, swi_selector Technology>
 constexpr std::array<swi_handler, 5> swi_modem_handlers = {
     swi_handle<swi_op_air_server, swi_reply_air_server<State>>(),
     swi_handle<swi_op_modem_type, swi_reply_modem_type<State, Technology>>(),
