@@ -1,12 +1,10 @@
 #include "support/sdk_appliance.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
 void sdk_appliance::bring_up(const std::string &state)
 {
-    setenv("TESSERA_TIME_SCALE", time_scale.c_str(), 1);
     start_sim(family_, R"({"state": )" + state + "}");
     start_daemon();
 }

@@ -8,7 +8,7 @@ class sdk_appliance : public appliance
 protected:
     explicit sdk_appliance(std::string family) : family_(std::move(family)) {}
 
-    // Modem and daemon; the modem's boot is scaled as the daemon's waits are.
+    // Modem and daemon.
     void bring_up(const std::string &state = "{}");
 
     void set_state(const std::string &state) { tell_sim(R"({"state": )" + state + "}"); }

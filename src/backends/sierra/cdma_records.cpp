@@ -5,7 +5,6 @@
 #include "backends/sierra/record.h"
 #include "cellmodem/cellmodem.h"
 #include "platform/log.h"
-#include "publish/output.h"
 #include "publish/state.h"
 #include "swi/calls.h"
 
@@ -234,18 +233,10 @@ constexpr row status_rows[] = {
 
 int sierra_cdma_info(cellmodem &modem, FILE *out, int mode)
 {
-    record data = {.modem = modem};
-    info_begin(out, mode);
-    const int result = record_write<record>(info_rows, data, out, mode);
-    info_end(out, mode);
-    return result;
+    return record_write_info<record>(info_rows, {.modem = modem}, out, mode);
 }
 
 int sierra_cdma_status(cellmodem &modem, FILE *out, int mode)
 {
-    record data = {.modem = modem};
-    status_begin(out, mode);
-    const int result = record_write<record>(status_rows, data, out, mode);
-    status_end(out, mode);
-    return result;
+    return record_write_status<record>(status_rows, {.modem = modem}, out, mode);
 }

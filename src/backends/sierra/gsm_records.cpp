@@ -6,7 +6,6 @@
 #include "cellmodem/cellmodem.h"
 #include "platform/log.h"
 #include "platform/text.h"
-#include "publish/output.h"
 #include "publish/state.h"
 #include "swi/calls.h"
 
@@ -234,18 +233,10 @@ constexpr row status_rows[] = {
 
 int sierra_gsm_info(cellmodem &modem, FILE *out, int mode)
 {
-    gsm_record_data data = {.modem = modem};
-    info_begin(out, mode);
-    const int result = record_write<gsm_record_data>(info_rows, data, out, mode);
-    info_end(out, mode);
-    return result;
+    return record_write_info<gsm_record_data>(info_rows, {.modem = modem}, out, mode);
 }
 
 int sierra_gsm_status(cellmodem &modem, FILE *out, int mode)
 {
-    gsm_record_data data = {.modem = modem};
-    status_begin(out, mode);
-    const int result = record_write<gsm_record_data>(status_rows, data, out, mode);
-    status_end(out, mode);
-    return result;
+    return record_write_status<gsm_record_data>(status_rows, {.modem = modem}, out, mode);
 }

@@ -2,7 +2,6 @@
 
 #include "platform/log.h"
 #include "platform/text.h"
-#include "publish/output.h"
 #include "swi/result.h"
 
 int record_answered(int result, const char *failure)

@@ -5,6 +5,7 @@
 
 #include "backends/sierra/cns.h"
 #include "backends/sierra/names.h"
+#include "publish/output.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -98,5 +99,24 @@ int record_write(std::span<const record_row<Data>> rows, Data &data, FILE *out, 
             result = -1;
         record_output(out, row.key, value, mode);
     }
+    return result;
+}
+
+// Whole records: the brackets and between them the rows. 0 or -1.
+template <class Data>
+int record_write_info(std::span<const record_row<Data>> rows, Data data, FILE *out, int mode)
+{
+    info_begin(out, mode);
+    const int result = record_write(rows, data, out, mode);
+    info_end(out, mode);
+    return result;
+}
+
+template <class Data>
+int record_write_status(std::span<const record_row<Data>> rows, Data data, FILE *out, int mode)
+{
+    status_begin(out, mode);
+    const int result = record_write(rows, data, out, mode);
+    status_end(out, mode);
     return result;
 }
