@@ -171,9 +171,6 @@ TEST_F(cdma_appliance, a_factory_reset_empties_the_modem_and_comes_back)
     for (const char *line : {"IMSI is not set", "Modem successfully factory reset",
                              "Sierra Wireless CDMA modem is responding again, continuing..."})
         EXPECT_EQ(count(daemon_log(), line), 1) << line;
-    EXPECT_GE(count(daemon_log(), "Sierra Wireless CDMA modem is not yet responding, waiting..."),
-              1)
-        << "it boots for 12 s";
     EXPECT_EQ(info("nam-status"), "Incomplete, Service Required");
     EXPECT_EQ(tessera({"--get-sms"}).out, "sms-count 0\n");
 
@@ -229,11 +226,12 @@ TEST_F(cdma_appliance, a_factory_reset_can_be_interrupted)
 
 TEST_F(cdma_appliance, the_session_follows_the_interface_of_a_call)
 {
-    bring_up(R"({"connect_ms": 200})");
+    bring_up(R"({"connect_ms": 86400000})");
     wait_for_session("DISCONNECTED");
     EXPECT_EQ(tessera({"-c", "#777"}).code, 0);
     EXPECT_EQ(asked("SwiSetCallOriginateCmd 257 '#777'"), 1);
     wait_for_session("CONNECTING");
+    set_state(R"({"call": "connected", "connect_ms": 20})");
     wait_for_session("CONNECTED");
     EXPECT_EQ(root.read("/var/run/ppp-interfaces"), "dialout0 10.172.42.7\n");
     EXPECT_EQ(status("session-state"), "CONNECTED");
@@ -367,7 +365,7 @@ TEST_F(cdma_appliance, a_dead_server_is_recovered_from)
 
 TEST_F(cdma_appliance, a_modem_that_boots_while_it_is_attached_to_is_waited_for)
 {
-    bring_up(R"({"boot_ms": 30000})");
+    bring_up(R"({"boot_ms": 60000})");
     EXPECT_EQ(tessera({"-r"}).code, 0);
     wait_for_log("status.device-state changed from UNRESPONSIVE -> RESPONDING");
     wait_for("the recovery's end", [&] { return tessera({"--ping"}).code == 0; });
