@@ -1,12 +1,14 @@
 #include "sim/family.h"
 
+#include "sim/cdma.h"
 #include "sim/directip.h"
 #include "sim/gsm.h"
 #include "sim/pantech.h"
 
 #include <array>
 
-static constexpr std::array<const sim_family *, 3> all_families = {
+static constexpr std::array<const sim_family *, 4> all_families = {
+    &cdma_family,
     &directip_family,
     &gsm_family,
     &pantech_family,

@@ -1,10 +1,6 @@
 #include "sim/gsm.h"
 
-#include "sim/swi_server.h"
-
 #include <algorithm>
-#include <charconv>
-#include <memory>
 
 static constexpr uint32_t msisdn_book = 3;
 static constexpr uint32_t tracking_off = 1062;
@@ -17,20 +13,16 @@ static constexpr uint32_t rat_max = 4;
 // The one modem of this process.
 static gsm_state the_state;
 static gsm_state the_power_up;
-static gsm_view the_reported; // what was notified last
-static bool the_answering = true;
 static sim_services *the_services;
-static std::unique_ptr<swi_server> the_swi_server;
+
+static gsm_state &state()
+{
+    return the_state;
+}
 
 // ---- notifications: every change of the view makes its own
 
-struct reported_value {
-    uint32_t id;
-    uint32_t gsm_view::*value;
-    uint32_t swi_notification::*word;
-};
-
-static constexpr reported_value reported_values[] = {
+static constexpr swi_reported<gsm_view> reported_values[] = {
     {swi_notify_modem_disabled, &gsm_view::radio, &swi_notification::first},
     {swi_notify_sim_status, &gsm_view::sim_status, &swi_notification::first},
     {swi_notify_network_status, &gsm_view::network_status, &swi_notification::first},
@@ -42,74 +34,24 @@ static constexpr reported_value reported_values[] = {
     {swi_notify_radio_temp_state, &gsm_view::temperature, &swi_notification::first},
 };
 
-static void notify(const reported_value &row, const gsm_view &view)
-{
-    swi_notification values;
-    values.type = row.id;
-    values.*row.word = view.*row.value;
-    the_swi_server->notify(values);
-}
+static swi_reporter<gsm_view> the_reporter(reported_values);
 
-// A call's events are sent to whoever listens to its status.
-static void notify_call(const std::string &call)
-{
-    swi_notification values;
-    values.type = call == "connecting"  ? swi_notify_call_connecting
-                  : call == "connected" ? swi_notify_call_connected
-                                        : swi_notify_call_disconnected;
-    the_swi_server->notify(values, swi_notify_call_status);
-}
-
-// After anything that may have changed the state.
 static void report_changes()
 {
     gsm_settle(the_state);
-    const gsm_view view = gsm_look(the_state);
-    const gsm_view before = std::exchange(the_reported, view);
-    if (!the_swi_server || !the_answering)
-        return;
-    for (const reported_value &row : reported_values)
-        if (before.*row.value != view.*row.value)
-            notify(row, view);
-    if (before.call != view.call)
-        notify_call(view.call);
+    the_reporter.changes(gsm_look(the_state));
 }
 
-static void on_enabled(uint32_t id)
+static void report(uint32_t id)
 {
-    if (!the_state.report || !the_answering)
-        return;
-    for (const reported_value &row : reported_values)
-        if (row.id == id)
-            notify(row, the_reported);
+    the_reporter.one(id);
 }
 
 // ---- requests
 
-static swi_reply get_air_server(const swi_nothing &, swi_air_server_status &status)
-{
-    status.unavailable = the_state.air_server ? 0 : 1;
-    return {};
-}
-
-static swi_reply get_modem_type(const swi_nothing &, swi_modem_type &type)
-{
-    type.type_code = static_cast<uint32_t>(the_state.type_code);
-    type.technology = swi_gsm_modems;
-    (void)swi_set_text(type.product, the_state.product.substr(0, sizeof(type.product) - 1));
-    return {};
-}
-
 // A GSM modem has no serial number of that kind, but it answers.
 static swi_reply get_esn(const swi_nothing &, swi_number &)
 {
-    return {};
-}
-
-template <std::string gsm_state::*Member>
-static swi_reply get_text(const swi_nothing &, swi_text &text)
-{
-    (void)swi_set_text(text.text, (the_state.*Member).substr(0, sizeof(text.text) - 1));
     return {};
 }
 
@@ -133,7 +75,7 @@ static swi_reply get_imsi(const swi_nothing &, swi_gsm_imsi &imsi)
         return swi_refuse("SIM not ready");
     imsi.mcc = as_digits(the_state.mcc);
     imsi.mnc = as_digits(the_state.mnc);
-    (void)swi_set_text(imsi.msin, the_state.msin.substr(0, sizeof(imsi.msin) - 1));
+    swi_put_text(imsi.msin, the_state.msin);
     return {};
 }
 
@@ -144,8 +86,8 @@ static swi_reply get_system_status(const swi_nothing &, swi_gsm_system_status &s
     status.service_status = view.service_status;
     status.service_type = view.service_type;
     status.roaming_status = view.roaming_status;
-    (void)swi_set_text(status.country, the_state.country.substr(0, sizeof(status.country) - 1));
-    (void)swi_set_text(status.carrier, the_state.carrier.substr(0, sizeof(status.carrier) - 1));
+    swi_put_text(status.country, the_state.country);
+    swi_put_text(status.carrier, the_state.carrier);
     return {};
 }
 
@@ -156,17 +98,11 @@ static swi_reply get_signal(const swi_nothing &, swi_rssi_ber &signal)
     return {};
 }
 
-// Calls `take` with each number of a list "1,2,3"; what is no number counts as 0.
+// Calls `take` with each number of a list "1,2,3".
 template <class Take>
 static void each_number(std::string_view list, Take take)
 {
-    while (!list.empty()) {
-        const size_t end = std::min(list.find(','), list.size());
-        uint16_t number = 0;
-        std::from_chars(list.data(), list.data() + end, number);
-        take(number);
-        list.remove_prefix(std::min(end + 1, list.size()));
-    }
+    swi_each_part(list, ',', [&](std::string_view part) { take(swi_list_number(part)); });
 }
 
 static swi_reply get_cells(const swi_number &wanted, swi_rscp_ecio &cells)
@@ -236,28 +172,15 @@ static swi_reply set_modem_disable(const swi_number &enable, swi_nothing &)
     return {};
 }
 
-static void boot()
+static int64_t power_up()
 {
-    the_answering = false;
-    the_swi_server->forget_enabled();
     the_state.radio = the_power_up.radio;
     the_state.tracking = false;
     the_state.packet_session = false;
     the_state.call = "none";
     if (the_state.pin_lock && the_state.sim == "ready")
         the_state.sim = "pin";
-    report_changes();
-    the_services->loop.after(the_state.boot_ms, [] {
-        the_answering = true;
-        the_reported = gsm_look(the_state);
-    });
-}
-
-static swi_reply reset(const swi_nothing &, swi_nothing &)
-{
-    // The answer leaves first.
-    the_services->loop.after(0, boot);
-    return {};
+    return the_state.boot_ms;
 }
 
 // ---- SIM
@@ -366,16 +289,11 @@ static swi_reply end_tracking(const swi_end_session_request &, swi_nothing &)
     return {};
 }
 
-static constexpr swi_handler gsm_handlers[] = {
-    swi_handle<swi_op_air_server, get_air_server>(),
-    swi_handle<swi_op_modem_type, get_modem_type>(),
-    swi_handle<swi_op_reset_gsm, reset>(),
+static constexpr std::array own_handlers = {
+    swi_handle<swi_op_reset_gsm, swi_modem_reset>(),
     swi_handle<swi_op_get_esn, get_esn>(),
-    swi_handle<swi_op_get_firmware_version, get_text<&gsm_state::firmware>>(),
-    swi_handle<swi_op_get_hardware_version, get_text<&gsm_state::hardware>>(),
-    swi_handle<swi_op_get_boot_version, get_text<&gsm_state::boot>>(),
-    swi_handle<swi_op_get_imei, get_text<&gsm_state::imei>>(),
-    swi_handle<swi_op_get_serial_number, get_text<&gsm_state::serial>>(),
+    swi_handle<swi_op_get_imei, swi_reply_text<state, &gsm_state::imei>>(),
+    swi_handle<swi_op_get_serial_number, swi_reply_text<state, &gsm_state::serial>>(),
     swi_handle<swi_op_get_gsm_imsi, get_imsi>(),
     swi_handle<swi_op_get_gsm_system_status, get_system_status>(),
     swi_handle<swi_op_get_rssi_ber, get_signal>(),
@@ -395,18 +313,17 @@ static constexpr swi_handler gsm_handlers[] = {
     swi_handle<swi_op_set_lbs_end_session, end_tracking>(),
 };
 
+static constexpr auto gsm_handlers =
+    table_join(swi_modem_handlers<state, swi_gsm_modems>, own_handlers);
+
 // ---- the family
 
-static bool answering()
-{
-    return the_answering;
-}
-
-static constexpr swi_modem_hooks gsm_hooks = {
+static constexpr swi_modem_slots gsm_slots = {
+    .state = &the_state,
     .handlers = gsm_handlers,
-    .answering = answering,
-    .enabled = on_enabled,
-    .reboot = boot,
+    .power_up = power_up,
+    .settle = report_changes,
+    .report = report,
 };
 
 static int gsm_start(sim_services &services, std::string &reason)
@@ -414,39 +331,20 @@ static int gsm_start(sim_services &services, std::string &reason)
     the_services = &services;
     gsm_settle(the_state);
     the_power_up = the_state;
-    the_reported = gsm_look(the_state);
-    the_swi_server = std::make_unique<swi_server>(services, gsm_hooks);
-    if (!the_state.serving)
-        the_swi_server->set_serving(false);
-    return the_swi_server->open(reason);
-}
-
-static void gsm_stop()
-{
-    the_swi_server.reset();
+    return swi_modem_start(services, gsm_slots, reason);
 }
 
 static int gsm_merge(json_t *state, json_refusal &refusal)
 {
-    const bool serving = the_state.serving;
     if (state_merge(the_state, gsm_fields(), state, refusal) != 0)
         return -1;
-    if (!the_swi_server)
-        return 0;
-    report_changes();
-    if (the_state.serving != serving)
-        the_swi_server->set_serving(the_state.serving);
+    swi_modem_merged();
     return 0;
 }
 
 static json_ref gsm_dump()
 {
     return state_dump(the_state, gsm_fields());
-}
-
-static void gsm_act(const fault &alone)
-{
-    the_swi_server->act(alone);
 }
 
 static constexpr const char *gsm_markers[] = {"cellmodem_is_sierra", "cellmodem_is_gsm", nullptr};
@@ -456,8 +354,8 @@ const sim_family gsm_family = {
     .summary = "UMTS/GSM modem behind the SDK's server /bin/swisdk",
     .markers = gsm_markers,
     .start = gsm_start,
-    .stop = gsm_stop,
+    .stop = swi_modem_stop,
     .merge_state = gsm_merge,
     .dump_state = gsm_dump,
-    .act = gsm_act,
+    .act = swi_modem_act,
 };

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "sim/family.h"
-#include "sim/state_fields.h"
+#include "sim/swi_modem.h"
 
 #include <cstdint>
 #include <span>
@@ -12,18 +12,11 @@
 
 // Every field is a key of a scenario's "state". The values here are those of a modem in service.
 // A code of -1 follows from the other fields; any other number is what the modem says, right or not.
-struct gsm_state {
-    std::string product = "UGM8800";
-    int64_t type_code = 0x7A01;
+struct gsm_state : swi_modem_state {
+    gsm_state();
+
     std::string imei = "004999010650001";
     std::string serial = "UG03003081001";
-    std::string hardware = "1.0";
-    std::string boot = "UGM_00_07_35_B";
-    std::string firmware = "UGM_00_07_35_A";
-    bool serving = true;    // the server program lives, or can be started
-    bool air_server = true; // the server reaches the modem
-    int64_t boot_ms = 300;  // after a reset, before it answers again
-    bool report = true;     // whoever enables a notification is told the present value
 
     bool radio = true;
     int64_t radio_ms = 20; // from a switch's answer until it is done
@@ -33,7 +26,6 @@ struct gsm_state {
     bool pin_lock = false; // the SIM asks for its PIN after a reset
     int64_t pin_tries = 3;
     int64_t puk_tries = 10;
-    std::string registration = "home"; // what the network grants a modem with radio and SIM
     std::string mode = "HSDPA";
     int64_t rssi = -71;
     int64_t ber = 0;
@@ -54,7 +46,6 @@ struct gsm_state {
     bool tracking = false;
     int64_t fix_interval_s = 0;
     bool packet_session = false;
-    std::string call = "none";
 
     int64_t modem_status = -1;
     int64_t service_status = -1;

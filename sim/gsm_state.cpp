@@ -4,24 +4,25 @@
 
 #include <array>
 
-static constexpr int64_t day_ms = 24L * 3600 * 1000;
-static constexpr int64_t word_max = 0xFFFFFFFF;
+static constexpr int64_t day_ms = swi_state_ms_max;
+static constexpr int64_t word_max = swi_state_word_max;
 
 using field = state_field<gsm_state>;
 
+gsm_state::gsm_state()
+{
+    product = "UGM8800";
+    type_code = 0x7A01;
+    hardware = "1.0";
+    boot = "UGM_00_07_35_B";
+    firmware = "UGM_00_07_35_A";
+    boot_ms = 300;
+}
+
 // clang-format off
-static constexpr std::array gsm_table = {
-    field{"product",         &gsm_state::product},
-    field{"type_code",       &gsm_state::type_code,       nullptr, 0, word_max},
+static constexpr std::array gsm_table = table_join(swi_modem_fields<gsm_state>, std::array{
     field{"imei",            &gsm_state::imei},
     field{"serial",          &gsm_state::serial},
-    field{"hardware",        &gsm_state::hardware},
-    field{"boot",            &gsm_state::boot},
-    field{"firmware",        &gsm_state::firmware},
-    field{"serving",         &gsm_state::serving},
-    field{"air_server",      &gsm_state::air_server},
-    field{"boot_ms",         &gsm_state::boot_ms,         nullptr, 0, day_ms},
-    field{"report",          &gsm_state::report},
     field{"radio",           &gsm_state::radio},
     field{"radio_ms",        &gsm_state::radio_ms,        nullptr, 0, day_ms},
     field{"sim",             &gsm_state::sim,             "ready|pin|puk|absent|removed|failed"},
@@ -30,7 +31,6 @@ static constexpr std::array gsm_table = {
     field{"pin_lock",        &gsm_state::pin_lock},
     field{"pin_tries",       &gsm_state::pin_tries,       nullptr, 0, 3},
     field{"puk_tries",       &gsm_state::puk_tries,       nullptr, 0, 10},
-    field{"registration",    &gsm_state::registration,    "home|roaming|searching|denied|none"},
     field{"mode",            &gsm_state::mode,            "GPRS|EDGE|UMTS|HSDPA|HSUPA|HSPA"},
     field{"rssi",            &gsm_state::rssi,            nullptr, -200, 0},
     field{"ber",             &gsm_state::ber,             nullptr, -1, 99},
@@ -59,7 +59,7 @@ static constexpr std::array gsm_table = {
     field{"sim_status",      &gsm_state::sim_status,      nullptr, -1, word_max},
     field{"network_status",  &gsm_state::network_status,  nullptr, -1, word_max},
     field{"system_mode",     &gsm_state::system_mode,     nullptr, -1, word_max},
-};
+});
 // clang-format on
 
 std::span<const state_field<gsm_state>> gsm_fields()
@@ -80,11 +80,6 @@ static uint32_t place_in(std::string_view choices, std::string_view text)
     return place;
 }
 
-static uint32_t given_or(int64_t given, uint32_t otherwise)
-{
-    return given >= 0 ? static_cast<uint32_t>(given) : otherwise;
-}
-
 static uint32_t sim_code(const gsm_state &state)
 {
     if (state.sim == "pin")
@@ -98,8 +93,7 @@ static uint32_t sim_code(const gsm_state &state)
 
 static bool registered(const gsm_state &state)
 {
-    return state.radio && state.sim == "ready" &&
-           (state.registration == "home" || state.registration == "roaming");
+    return state.radio && state.sim == "ready" && swi_modem_granted(state);
 }
 
 static uint32_t service_code(const gsm_state &state)
@@ -120,21 +114,21 @@ gsm_view gsm_look(const gsm_state &state)
     const uint32_t service = service_code(state);
     gsm_view view;
     view.radio = state.radio;
-    view.sim_status = given_or(state.sim_status, sim_code(state));
-    view.network_status = given_or(state.network_status, service);
+    view.sim_status = swi_given_or(state.sim_status, sim_code(state));
+    view.network_status = swi_given_or(state.network_status, service);
     view.system_mode =
-        given_or(state.system_mode,
-                 on_network ? 1 + place_in("GPRS|EDGE|UMTS|HSDPA|HSUPA|HSPA", state.mode) : 0);
+        swi_given_or(state.system_mode,
+                     on_network ? 1 + place_in("GPRS|EDGE|UMTS|HSDPA|HSUPA|HSPA", state.mode) : 0);
     view.packet_session = state.packet_session;
     view.rssi = static_cast<uint32_t>(state.rssi);
     view.temperature = static_cast<uint32_t>(state.temperature);
     view.call = state.call;
-    view.modem_status = given_or(state.modem_status, state.radio ? 1 : low_power);
-    view.service_status = given_or(state.service_status, service);
+    view.modem_status = swi_given_or(state.modem_status, state.radio ? 1 : low_power);
+    view.service_status = swi_given_or(state.service_status, service);
     view.service_type =
-        given_or(state.service_type, on_network ? circuit_and_packet : invalid_service);
+        swi_given_or(state.service_type, on_network ? circuit_and_packet : invalid_service);
     view.roaming_status =
-        given_or(state.roaming_status, on_network && state.registration == "roaming");
+        swi_given_or(state.roaming_status, on_network && state.registration == "roaming");
     return view;
 }
 

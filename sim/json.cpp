@@ -1,5 +1,6 @@
 #include "sim/json.h"
 
+#include "sim/bytes.h"
 #include "sim/report.h"
 
 #include <algorithm>
@@ -183,4 +184,10 @@ std::string json_text(const json_t *value)
     std::string text = dumped ? dumped : "";
     free(dumped);
     return text;
+}
+
+std::string json_presentable(const std::string &bytes)
+{
+    const json_ref text(json_stringn(bytes.data(), bytes.size()));
+    return text ? bytes : bytes_escape(bytes);
 }

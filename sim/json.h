@@ -47,3 +47,6 @@ int json_read(const json_t *object, const char *key, std::string &out, json_refu
 
 // Compact text, keys in their order.
 std::string json_text(const json_t *value);
+
+// Bytes as a text that JSON takes: what is no UTF-8 is shown as the journal shows it.
+std::string json_presentable(const std::string &bytes);

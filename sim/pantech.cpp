@@ -222,13 +222,6 @@ static std::string make_reply(const pantech_modem &modem, const command &asked)
 
 // ---- what arrives
 
-// The state is shown as JSON: what is no text there is shown as the journal shows it.
-static std::string presentable(const std::string &bytes)
-{
-    const json_ref text(json_stringn(bytes.data(), bytes.size()));
-    return text ? bytes : bytes_escape(bytes);
-}
-
 static int take_message(pantech_state &state, std::string_view line, std::string &refusal)
 {
     wmc_message message;
@@ -237,9 +230,9 @@ static int take_message(pantech_state &state, std::string_view line, std::string
     if (state.send_result != 0)
         return 0;
     state.sent_count++;
-    state.sent_number = presentable(message.number);
-    state.sent_smsc = presentable(message.smsc);
-    state.sent_text = presentable(message.text);
+    state.sent_number = json_presentable(message.number);
+    state.sent_smsc = json_presentable(message.smsc);
+    state.sent_text = json_presentable(message.text);
     return 0;
 }
 

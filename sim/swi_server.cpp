@@ -448,9 +448,10 @@ void swi_server::notify(const swi_notification &values, uint32_t enabled_by)
     for (pair &one : pairs_) {
         if (!one.notification || !one.enabled.contains(wanted))
             continue;
-        services_.log.sent(sim_format(
-            "notify %u %d", values.type,
-            static_cast<int>(values.first | values.system_mode | values.packet_session_active)));
+        services_.log.sent(
+            sim_format("notify %u %d", values.type,
+                       static_cast<int>(values.first | values.system_mode |
+                                        values.packet_session_active | values.hdr_state)));
         one.notification->send(packet);
     }
 }

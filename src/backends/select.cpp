@@ -2,6 +2,7 @@
 
 #include "backends/serial/directip.h"
 #include "backends/serial/pantech.h"
+#include "backends/sierra/cdma.h"
 #include "backends/sierra/gsm.h"
 #include "cellmodem/cellmodem.h"
 #include "cellmodem/markers.h"
@@ -21,7 +22,7 @@ struct family {
 
 constexpr family families[] = {
     {marker_is_sierra, marker_is_gsm, sierra_gsm_init, "Failed to support Sierra GSM"},
-    {marker_is_sierra, marker_is_cdma, nullptr, "Failed to support Sierra CDMA"},
+    {marker_is_sierra, marker_is_cdma, sierra_cdma_init, "Failed to support Sierra CDMA"},
     {marker_is_sierra_directip, marker_is_lte, sierra_directip_lte_init,
      "Failed to support Sierra DirectIP LTE"},
     {marker_is_gobi, nullptr, nullptr, "Failed to support Gobi Modem"},

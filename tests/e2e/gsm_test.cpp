@@ -1,62 +1,16 @@
 // A UMTS/GSM modem behind its server program, from attach to the death of that program.
 
-#include "support/appliance.h"
+#include "support/sdk_appliance.h"
 #include "swi/packet.h"
 
 #include <array>
 #include <csignal>
-#include <fstream>
 #include <map>
-#include <sstream>
 
-class gsm_appliance : public appliance
+class gsm_appliance : public sdk_appliance
 {
 protected:
-    void bring_up(const std::string &state = "{}")
-    {
-        start_sim("gsm", R"({"state": )" + state + "}");
-        start_daemon();
-    }
-
-    void set_state(const std::string &state) { tell_sim(R"({"state": )" + state + "}"); }
-    void add_fault(const std::string &fault) { tell_sim(R"({"faults": [)" + fault + "]}"); }
-
-    [[nodiscard]] int asked(const std::string &request) const
-    {
-        return count(modem_log(), "> " + request);
-    }
-
-    // The value of a key in the present status.
-    std::string status(const std::string &key)
-    {
-        std::istringstream lines(tessera({"-s"}).out);
-        for (std::string line; std::getline(lines, line);)
-            if (line.starts_with(key + " "))
-                return line.substr(key.size() + 1);
-        return "(none)";
-    }
-
-    [[nodiscard]] std::string infod(const std::string &key)
-    {
-        const std::string name = "config.cellmodem.tessera.status." + key;
-        const std::string out = run_program("infod-get", {name}).out;
-        return out.starts_with(name + " ") ? out.substr(name.size() + 1) : out;
-    }
-
-    // Process ids of the root's server program.
-    [[nodiscard]] pid_t server_pid() const
-    {
-        const std::string all = modem_log();
-        const size_t at = all.rfind("= swisdk started, process ");
-        return at == all.npos ? -1 : std::stoi(all.substr(at + 26));
-    }
-
-    static std::string golden(const std::string &name)
-    {
-        std::ostringstream text;
-        text << std::ifstream(TESSERA_TEST_DATA "/golden/" + name, std::ios::binary).rdbuf();
-        return text.str();
-    }
+    gsm_appliance() : sdk_appliance("gsm") {}
 };
 
 // ---- records
@@ -162,24 +116,21 @@ TEST_F(gsm_appliance, region_technology_and_tracking_are_set)
 TEST_F(gsm_appliance, the_session_follows_the_modem)
 {
     bring_up();
-    const auto session = [&](const std::string &state) {
-        wait_for("session " + state, [&] { return infod("session-state") == state + "\n"; });
-    };
-    session("DISCONNECTED");
+    wait_for_session("DISCONNECTED");
     set_state(R"({"packet_session": true})");
-    session("CONNECTED");
+    wait_for_session("CONNECTED");
     set_state(R"({"registration": "none"})");
-    session("DISCONNECTED");
+    wait_for_session("DISCONNECTED");
     set_state(R"({"registration": "roaming"})");
     EXPECT_EQ(tessera({"-c", "*99#"}).code, 1) << "calls are placed elsewhere";
     EXPECT_EQ(tessera({"-d"}).code, 1);
     EXPECT_EQ(asked("enable 1027"), 1) << "but from now on they are listened for";
     set_state(R"({"call": "connecting"})");
-    session("CONNECTING");
+    wait_for_session("CONNECTING");
     set_state(R"({"call": "connected"})");
-    session("CONNECTED");
+    wait_for_session("CONNECTED");
     set_state(R"({"call": "none"})");
-    session("DISCONNECTED");
+    wait_for_session("DISCONNECTED");
     EXPECT_EQ(status("roaming-status"), "Roaming");
 }
 

@@ -82,7 +82,8 @@ void appliance::start_sim(const std::string &family, const std::string &scenario
     sim_ = spawn("tessera-sim",
                  {"--family", family, "--root", root.path(), "--scenario",
                   root.place("/test/scenario.json")},
-                 {}, root.place("/test/sim.out"), root.place("/test/sim.err"));
+                 {"TESSERA_TIME_SCALE=" + time_scale}, root.place("/test/sim.out"),
+                 root.place("/test/sim.err"));
     wait_for("the simulator", [&] {
         return !root.read("/var/run/tessera-sim.pid").empty() ||
                waitpid(sim_, nullptr, WNOHANG) != 0;

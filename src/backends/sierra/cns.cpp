@@ -191,11 +191,17 @@ int sierra_cns_stop_notifications()
 
 // ---- liveness and the data call
 
-int sierra_cns_ping(cellmodem &modem)
+bool sierra_cns_answers(int &result)
 {
     swi_number esn;
-    const int result = swi_get_esn(esn, sierra_timeout_ms);
-    if (result == swi_ok || result == swi_not_applicable) {
+    result = swi_get_esn(esn, sierra_timeout_ms);
+    return result == swi_ok || result == swi_not_applicable;
+}
+
+int sierra_cns_ping(cellmodem &modem)
+{
+    int result;
+    if (sierra_cns_answers(result)) {
         (void)publish_device_state(modem, device_responding);
         return 0;
     }
@@ -281,6 +287,18 @@ int sierra_cns_renew_call_notifications()
 void sierra_cns_forget_notifications()
 {
     session.call_notifications_enabled = false;
+}
+
+bool sierra_cns_dispatch(std::span<const sierra_notification_handler> handlers, cellmodem &modem,
+                         const swi_notification &notification)
+{
+    for (const sierra_notification_handler &row : handlers) {
+        if (row.type == notification.type) {
+            row.handle(modem, notification);
+            return true;
+        }
+    }
+    return false;
 }
 
 // ---- result codes

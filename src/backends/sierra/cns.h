@@ -1,6 +1,6 @@
 // The SDK session that the Sierra CnS families share: opened once per process by the first attach,
-// with a thread that waits for notifications until the process ends. Only the main thread calls
-// these functions; a family's notification callback runs on that thread.
+// with a thread that waits for notifications until the process ends. A family's notification callback
+// runs on that thread; all else here is the main thread's, except where a remark says otherwise.
 //
 // The server program may die under the session. The session then stays what it is, every request
 // fails, and the next start or restore opens the channels again below it.
@@ -8,8 +8,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 struct cellmodem;
+struct swi_notification;
 
 constexpr int sierra_timeout_ms = 60000; // what the modems take at worst for an ordinary request
 
@@ -41,8 +43,12 @@ int sierra_cns_stop_notifications();
 // Asks the modem for something harmless and publishes whether it answered. 0 or -1.
 int sierra_cns_ping(cellmodem &modem);
 
+// The same question without publishing anything: whether the modem answers it within the time-out.
+// The result is the SDK's.
+[[nodiscard]] bool sierra_cns_answers(int &result);
+
 // Looks for the interface that carries the data call and publishes the session state. 0 when it is
-// there, -1 otherwise.
+// there, -1 otherwise. Safe from both threads; of two calls at the same time either may be the last.
 int sierra_cns_find_ppp_interface(cellmodem &modem);
 
 // Enables the notifications about calls unless they are. 0 or -1.
@@ -54,6 +60,16 @@ int sierra_cns_renew_call_notifications();
 // Notes that the modem or its server began anew, or may have: neither then remembers what was
 // enabled.
 void sierra_cns_forget_notifications();
+
+// What a family does with one type of notification.
+struct sierra_notification_handler {
+    uint32_t type;
+    void (*handle)(cellmodem &modem, const swi_notification &notification);
+};
+
+// Calls the handler of the notification's type; false when the table has none.
+bool sierra_cns_dispatch(std::span<const sierra_notification_handler> handlers, cellmodem &modem,
+                         const swi_notification &notification);
 
 // Writes the name of an SDK result to the buffer, at most size - 1 characters; returns the buffer.
 char *sierra_cns_rcode_name(int code, char *buffer, size_t size);

@@ -85,12 +85,7 @@ static void on_disconnected(cellmodem &modem, const swi_notification &)
 
 static void ignore(cellmodem &, const swi_notification &) {}
 
-struct notification_handler {
-    uint32_t type;
-    void (*handle)(cellmodem &, const swi_notification &);
-};
-
-constexpr notification_handler notification_handlers[] = {
+constexpr sierra_notification_handler notification_handlers[] = {
     {swi_notify_sim_status, on_sim_status},
     {swi_notify_network_status, on_network_status},
     {swi_notify_gsm_system_status, on_system_status},
@@ -109,13 +104,9 @@ static void sierra_gsm_notification_callback(const swi_notification &notificatio
 {
     log_message(log_debug, "sierra_gsm_notification_callback(%p): %d", address_of(notification),
                 static_cast<int>(notification.type));
-    for (const notification_handler &row : notification_handlers) {
-        if (row.type == notification.type) {
-            row.handle(*static_cast<cellmodem *>(context), notification);
-            return;
-        }
-    }
-    log_message(log_debug, "Unknown notification: %d", static_cast<int>(notification.type));
+    if (!sierra_cns_dispatch(notification_handlers, *static_cast<cellmodem *>(context),
+                             notification))
+        log_message(log_debug, "Unknown notification: %d", static_cast<int>(notification.type));
 }
 
 struct wanted_notification {

@@ -16,6 +16,15 @@ std::string name_of(const name_table &table, uint32_t code)
     return table.other;
 }
 
+std::string names_of_mask(std::span<const code_name> rows, uint32_t mask)
+{
+    std::string list;
+    for (const code_name &row : rows)
+        if ((mask & row.code) != 0)
+            list_append(list, row.text);
+    return list;
+}
+
 void list_append(std::string &list, const std::string &entry)
 {
     if (!list.empty())

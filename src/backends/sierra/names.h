@@ -21,5 +21,8 @@ struct name_table {
 
 [[nodiscard]] std::string name_of(const name_table &table, uint32_t code);
 
+// The names of all bits of a mask, in the order of the rows, as a list "a, b, c".
+[[nodiscard]] std::string names_of_mask(std::span<const code_name> rows, uint32_t mask);
+
 // Appends an entry to a list "a, b, c".
 void list_append(std::string &list, const std::string &entry);

@@ -3,8 +3,11 @@
 // fails takes its rows with it and makes the record's result -1; the other rows are still written.
 #pragma once
 
+#include "backends/sierra/cns.h"
+#include "backends/sierra/names.h"
 #include "publish/output.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <span>
@@ -43,13 +46,37 @@ struct record_row {
     record_value (*value)(const Data &);
 };
 
-inline void record_output(FILE *out, const char *key, const record_value &value, int mode)
+// What a query whose request had this result says; `failure` begins the line that is logged.
+int record_answered(int result, const char *failure);
+
+// The beginning of such a line as a template's argument.
+template <size_t N>
+struct record_failure {
+    char text[N];
+    consteval record_failure(const char (&words)[N]) { std::copy_n(words, N, text); }
+};
+
+// A query that is one request for one member of the data.
+template <auto Request, auto Member, record_failure Failure, class Data>
+int record_ask(Data &data)
 {
-    if (value.kind == record_value::kind::text)
-        output_text(out, key, value.text.c_str(), mode, true);
-    else if (value.kind == record_value::kind::number)
-        output_longlong(out, key, value.number, mode, true);
+    return record_answered(Request(data.*Member, sierra_timeout_ms), Failure.text);
 }
+
+// The text of a modem's bytes that end with a NUL, of at most so many bytes.
+[[nodiscard]] std::string record_cut(const char *bytes, size_t bytes_max);
+
+// The names of items as a list "a, b, c" of at most so many bytes.
+template <class Item, class Name>
+record_value record_list(std::span<const Item> items, size_t bytes_max, Name name)
+{
+    std::string list;
+    for (const Item &item : items)
+        list_append(list, name(item));
+    return record_text(record_cut(list.c_str(), bytes_max));
+}
+
+void record_output(FILE *out, const char *key, const record_value &value, int mode);
 
 // Writes the rows; the caller brackets them. 0 or -1.
 template <class Data>
@@ -72,5 +99,24 @@ int record_write(std::span<const record_row<Data>> rows, Data &data, FILE *out, 
             result = -1;
         record_output(out, row.key, value, mode);
     }
+    return result;
+}
+
+// Whole records: the brackets and between them the rows. 0 or -1.
+template <class Data>
+int record_write_info(std::span<const record_row<Data>> rows, Data data, FILE *out, int mode)
+{
+    info_begin(out, mode);
+    const int result = record_write(rows, data, out, mode);
+    info_end(out, mode);
+    return result;
+}
+
+template <class Data>
+int record_write_status(std::span<const record_row<Data>> rows, Data data, FILE *out, int mode)
+{
+    status_begin(out, mode);
+    const int result = record_write(rows, data, out, mode);
+    status_end(out, mode);
     return result;
 }

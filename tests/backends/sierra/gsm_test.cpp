@@ -4,88 +4,20 @@
 #include "backends/sierra/gsm.h"
 #include "backends/sierra/gsm_family.h"
 #include "backends/sierra/gsm_names.h"
-#include "cellmodem/cellmodem.h"
-#include "support/fake_infod.h"
-#include "support/memory_stream.h"
-#include "support/swi_fixture.h"
+#include "support/sierra_fixture.h"
 
 #include <algorithm>
-#include <map>
-#include <sstream>
 
-#include <sys/stat.h>
-
-class gsm_modem : public swi_fixture
+class gsm_modem : public sierra_fixture
 {
 protected:
-    void SetUp() override
-    {
-        root.write("/bin/swisdk", "#!/bin/sh\n");
-        ASSERT_EQ(chmod(root.place("/bin/swisdk").c_str(), 0755), 0);
-        ASSERT_EQ(cellmodem_create(&modem), 0);
-        ASSERT_EQ(sierra_gsm_init(*modem), 0);
-        server.set_answer([this](const fake_request &request) { return answer(request); });
-    }
-    void TearDown() override { cellmodem_destroy(&modem); }
-
-    // Every request succeeds with zeros, but those of an object in `statuses` or `answers`.
-    packets answer(const fake_request &request)
-    {
-        const packet zeros(request.header.kind == swi_kind_air_server ? 1008 : 900);
-        const std::lock_guard lock(mutex);
-        if (const auto silent = silent_.find(request.object.object); silent != silent_.end())
-            return {};
-        if (const auto found = answers_.find(request.object.object); found != answers_.end())
-            return packets{found->second(request)};
-        return packets{respond(request, swi_status_ok, zeros)};
-    }
-
-    void answer_with(uint16_t object, std::function<packet(const fake_request &)> function)
-    {
-        const std::lock_guard lock(mutex);
-        answers_[object] = std::move(function);
-    }
-
-    void refuse(uint16_t object, uint32_t status, const std::string &text = "")
-    {
-        answer_with(object, [=](const fake_request &request) {
-            return respond(request, status, packet(text.begin(), text.end()));
-        });
-    }
-
-    void keep_silent(uint16_t object, bool silent)
-    {
-        const std::lock_guard lock(mutex);
-        if (silent)
-            silent_[object] = true;
-        else
-            silent_.erase(object);
-    }
-
-    void attach() { ASSERT_EQ(modem->slots.attach(*modem), 0); }
+    gsm_modem() : sierra_fixture(sierra_gsm_init) {}
 
     void sim_status(uint32_t code)
     {
         server.notify(notification(swi_notify_sim_status, {code}));
         wait_for([&] { return gsm.sim_status == code; });
     }
-
-    [[nodiscard]] fake_request last_request(uint16_t object)
-    {
-        const auto all = server.requests();
-        for (auto at = all.rbegin(); at != all.rend(); ++at)
-            if (at->object.object == object)
-                return *at;
-        ADD_FAILURE() << "no request of object " << object;
-        return {};
-    }
-
-    cellmodem *modem = nullptr;
-    fake_infod infod;
-    std::mutex mutex;
-    std::map<uint16_t, std::function<packet(const fake_request &)>> answers_;
-    std::map<uint16_t, bool> silent_;
-    fake_swi_server server; // its thread uses the members above
 };
 
 // ---- attach and notifications
@@ -535,14 +467,8 @@ TEST_F(gsm_modem, a_failed_query_takes_its_keys_out_of_the_record)
             bands.bands[i].band = 254;
         return respond_with(request, bands);
     });
-    const auto keys = [&](bool info, int expected_result) {
-        memory_stream out;
-        const auto slot = info ? modem->slots.info : modem->slots.status;
-        EXPECT_EQ(slot(*modem, out.get(), output_lines), expected_result);
-        return out.text();
-    };
-    const std::string info = keys(true, 0);
-    const std::string status = keys(false, 0);
+    const std::string info = record_lines(modem->slots.info, 0);
+    const std::string status = record_lines(modem->slots.status, 0);
     EXPECT_NE(status.find("phone-number1 49\n"), status.npos) << status;
     EXPECT_NE(status.find("ecio -0.00, -32767.50, -32767.50, -32767.50, -32767.50, -32767.50\n"),
               status.npos)
@@ -550,62 +476,34 @@ TEST_F(gsm_modem, a_failed_query_takes_its_keys_out_of_the_record)
     const size_t bands = status.find("current-bands ");
     EXPECT_EQ(status.find('\n', bands) - bands, strlen("current-bands ") + 256);
 
-    const struct {
-        uint16_t object;
-        bool info;
-        std::vector<std::string> missing;
-        const char *line;
-    } rows[] = {
-        {swi_object_imei, true, {"imei"}, "300 SwiGetImei() failed: 5"},
-        {swi_object_serial_number, true, {"serial"}, "300 SwiGetSerialNumber() failed: 5"},
-        {swi_object_hardware_version, true, {"hardware"}, "300 SwiGetHardwareVersion() failed: 5"},
-        {swi_object_boot_version, true, {"boot"}, "300 SwiGetBootVersion() failed: 5"},
-        {swi_object_firmware_version, true, {"firmware"}, "300 SwiGetFirmwareVersion() failed: 5"},
-        {swi_object_band_info, true, {"band", "bands"}, "300 SwiGetBandInfo() failed: 5"},
-        {swi_object_prl_region, true, {"region"}, "300 SwiGetPrlRegion failed: 5"},
-        {swi_object_rssi_ber, false, {"rssi", "ber"}, "300 SwiGetRssiBer failed: 5"},
-        {swi_object_gsm_imsi,
+    check_failing_queries({
+        {swi_op_get_imei, true, {"imei"}, "300 SwiGetImei() failed: 5"},
+        {swi_op_get_serial_number, true, {"serial"}, "300 SwiGetSerialNumber() failed: 5"},
+        {swi_op_get_hardware_version, true, {"hardware"}, "300 SwiGetHardwareVersion() failed: 5"},
+        {swi_op_get_boot_version, true, {"boot"}, "300 SwiGetBootVersion() failed: 5"},
+        {swi_op_get_firmware_version, true, {"firmware"}, "300 SwiGetFirmwareVersion() failed: 5"},
+        {swi_op_get_band_info, true, {"band", "bands"}, "300 SwiGetBandInfo() failed: 5"},
+        {swi_op_get_prl_region, true, {"region"}, "300 SwiGetPrlRegion failed: 5"},
+        {swi_op_get_rssi_ber, false, {"rssi", "ber"}, "300 SwiGetRssiBer failed: 5"},
+        {swi_op_get_gsm_imsi,
          false,
          {"sim-msin", "sim-mcc", "sim-mnc", "sim-imsi"},
          "300 SwiGetGsmImsi() failed: 5"},
-        {swi_object_phonebook_entry,
+        {swi_op_get_phonebook_entry,
          false,
          {"phone-number1"},
          "700 SwiGetPhonebookEntryExp failed: 5"},
-        {swi_object_gsm_system_status,
+        {swi_op_get_gsm_system_status,
          false,
          {"modem-status", "service-status", "service-type", "roaming-status", "country", "carrier"},
          "300 SwiGetGsmSystemStatus() failed : 5"},
-        {swi_object_rscp_ecio, false, {"ecio"}, "300 SwiGetRscpEcIo() failed: 5"},
-        {swi_object_current_radio_band,
+        {swi_op_get_rscp_ecio, false, {"ecio"}, "300 SwiGetRscpEcIo() failed: 5"},
+        {swi_op_get_current_radio_band,
          false,
          {"current-bands"},
          "300 SwiGetCurrentRadioBand() failed: 5"},
-        {swi_object_radio_temp_state, false, {"temperature"}, "300 SwiGetRadioTempState failed: 5"},
-    };
-    for (const auto &row : rows) {
-        std::string expected;
-        std::istringstream whole(row.info ? info : status);
-        for (std::string line; std::getline(whole, line);) {
-            const std::string key = line.substr(0, line.find(' '));
-            if (std::find(row.missing.begin(), row.missing.end(), key) == row.missing.end())
-                expected += line + "\n";
-        }
-        log.clear();
-        std::function<packet(const fake_request &)> before;
-        {
-            const std::lock_guard lock(mutex);
-            before = answers_[row.object];
-        }
-        refuse(row.object, swi_status_failed);
-        EXPECT_EQ(keys(row.info, -1), expected) << row.line;
-        EXPECT_EQ(log.count(row.line), 1) << row.line;
-        const std::lock_guard lock(mutex);
-        if (before)
-            answers_[row.object] = before;
-        else
-            answers_.erase(row.object);
-    }
+        {swi_op_get_radio_temp_state, false, {"temperature"}, "300 SwiGetRadioTempState failed: 5"},
+    });
 }
 
 TEST_F(gsm_modem, before_any_notification_the_cached_values_are_unknown)
