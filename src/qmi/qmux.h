@@ -47,8 +47,8 @@ struct qmux_message {
 // to tell. 0, or -1 when no frame can begin like this: the stream has lost its framing.
 [[nodiscard]] int qmux_frame_size(std::span<const uint8_t> bytes, size_t &size);
 
-// Decodes one whole frame. 0, or -1 when it is cut, its lengths disagree, its kind is none or its
-// TLVs do not end where it ends.
+// Decodes one whole frame. 0, or -1 when it is cut, its lengths disagree or its kind is none. The
+// TLVs as such are not looked at: with tlv_check a reader can tell whose message has broken ones.
 [[nodiscard]] int qmux_decode(std::span<const uint8_t> frame, qmux_message &message);
 
 // Encodes a frame. 0, or -1 when the TLVs do not fit or the transaction is too large for the
