@@ -5,11 +5,9 @@
 
 #include <cstdint>
 
-enum qmi_error : uint16_t {
-    qmi_error_malformed = 1,
-    qmi_error_invalid_client_id = 7,
-    qmi_error_disabled = 69,
-};
+constexpr uint16_t qmi_error_malformed = 1;
+constexpr uint16_t qmi_error_invalid_client_id = 7;
+constexpr uint16_t qmi_error_disabled = 69;
 
 // The name, or "unnamed".
 [[nodiscard]] const char *qmi_error_name(uint16_t error);
