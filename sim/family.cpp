@@ -1,13 +1,15 @@
 #include "sim/family.h"
 
 #include "sim/directip.h"
+#include "sim/gobi.h"
 #include "sim/gsm.h"
 #include "sim/pantech.h"
 
 #include <array>
 
-static constexpr std::array<const sim_family *, 3> all_families = {
+static constexpr std::array<const sim_family *, 4> all_families = {
     &directip_family,
+    &gobi_family,
     &gsm_family,
     &pantech_family,
 };
