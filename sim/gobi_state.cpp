@@ -205,7 +205,7 @@ static constexpr std::array message_table = {
     message_field{"index",    &gobi_message::index, nullptr, -1, byte_max},
     message_field{"tag",      &gobi_message::tag, "read|unread|sent|unsent"},
     message_field{"mode",     &gobi_message::mode, "gsm|cdma"},
-    message_field{"pdu",      &gobi_message::pdu},
+    message_field{"pdu",      &gobi_message::pdu, nullptr, 0, 2 * pdu_cdma_octets_max},
     message_field{"from",     &gobi_message::from},
     message_field{"text",     &gobi_message::text},
 };

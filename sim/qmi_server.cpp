@@ -237,7 +237,8 @@ void qmi_server::sent(int number, std::string_view bytes)
         size_t size = 0;
         qmux_message message;
         if (qmux_frame_size(as_bytes(rest), size) != 0 || size == 0 || size > rest.size() ||
-            qmux_decode(as_bytes(rest.substr(0, size)), message) != 0)
+            qmux_decode(as_bytes(rest.substr(0, size)), message) != 0 ||
+            tlv_check(message.tlvs) != 0)
             break;
         services_.log.sent(describe(message) + whereabouts(number, message));
         rest.remove_prefix(size);
@@ -427,7 +428,8 @@ bool qmi_server::next_frame(line &from)
 void qmi_server::begin(line &from, std::span<const uint8_t> frame)
 {
     qmux_message request;
-    if (qmux_decode(frame, request) != 0 || request.from_modem || request.kind != qmux_request) {
+    if (qmux_decode(frame, request) != 0 || tlv_check(request.tlvs) != 0 || request.from_modem ||
+        request.kind != qmux_request) {
         services_.log.received(as_text(frame));
         services_.log.note("malformed: not answered");
         return;

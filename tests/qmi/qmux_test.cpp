@@ -107,7 +107,8 @@ TEST(qmux, inner_faults_are_refused)
              "01 0d 00 80 02 01 02 02 00 22 00 01 00 01",          // half a TLV
              "01 10 00 80 02 01 02 02 00 22 00 04 00 01 02 00 07", // one beyond the end
          }) {
-        ASSERT_EQ(qmux_decode(from_hex(hex), message), 0) << "the header says whose it is";
+        const bytes frame = from_hex(hex);
+        ASSERT_EQ(qmux_decode(frame, message), 0) << "the header says whose it is";
         EXPECT_EQ(tlv_check(message.tlvs), -1);
     }
 }

@@ -507,7 +507,7 @@ public:
         if (head.size() < size)
             return "end after " + std::to_string(head.size());
         qmux_message message;
-        if (qmux_decode(head, message) != 0)
+        if (qmux_decode(head, message) != 0 || tlv_check(message.tlvs) != 0)
             return "malformed";
         EXPECT_TRUE(message.from_modem);
         return sim_format("%s %u/%u %u %04X",
