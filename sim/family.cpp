@@ -2,16 +2,14 @@
 
 #include "sim/cdma.h"
 #include "sim/directip.h"
+#include "sim/gobi.h"
 #include "sim/gsm.h"
 #include "sim/pantech.h"
 
 #include <array>
 
-static constexpr std::array<const sim_family *, 4> all_families = {
-    &cdma_family,
-    &directip_family,
-    &gsm_family,
-    &pantech_family,
+static constexpr std::array<const sim_family *, 5> all_families = {
+    &cdma_family, &directip_family, &gobi_family, &gsm_family, &pantech_family,
 };
 
 std::span<const sim_family *const> families()

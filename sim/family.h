@@ -18,6 +18,7 @@ struct sim_services {
     sim_loop loop;
     journal log;
     fault_engine faults{loop, log};
+    bool qmi_proxy = false; // also serve where the proxy of QMI tools would be
 };
 
 struct sim_family {
@@ -40,6 +41,8 @@ struct sim_family {
 
     // Plays a timed fault that needs no request.
     void (*act)(const fault &alone) = nullptr;
+
+    bool has_qmi_proxy = false; // whether it knows what --qmi-proxy means
 };
 
 std::span<const sim_family *const> families();

@@ -27,7 +27,7 @@ static size_t cut(const fault &f, std::string_view answer, size_t otherwise)
 
 static delivery one_write(std::string bytes)
 {
-    return {{{0, std::move(bytes)}}, std::nullopt};
+    return {{{0, std::move(bytes)}}, std::nullopt, false};
 }
 
 static delivery deliver_silence(const fault &, std::string_view, const fault_dialect &)
@@ -37,7 +37,7 @@ static delivery deliver_silence(const fault &, std::string_view, const fault_dia
 
 static delivery deliver_late(const fault &f, std::string_view answer, const fault_dialect &)
 {
-    return {{{f.delay_ms, std::string(answer)}}, std::nullopt};
+    return {{{f.delay_ms, std::string(answer)}}, std::nullopt, false};
 }
 
 static delivery deliver_half(const fault &f, std::string_view answer, const fault_dialect &)
@@ -82,7 +82,8 @@ static delivery deliver_split(const fault &f, std::string_view answer, const fau
 {
     const size_t at = cut(f, answer, answer.size() / 2);
     return {{{0, std::string(answer.substr(0, at))}, {f.delay_ms, std::string(answer.substr(at))}},
-            std::nullopt};
+            std::nullopt,
+            false};
 }
 
 static delivery deliver_pad(const fault &f, std::string_view answer, const fault_dialect &)
@@ -95,7 +96,14 @@ static delivery deliver_pad(const fault &f, std::string_view answer, const fault
 static delivery deliver_spoilt(const fault &f, std::string_view answer,
                                const fault_dialect &dialect)
 {
-    return one_write(dialect.spoil ? dialect.spoil(fault_name(f), answer) : std::string(answer));
+    return one_write(dialect.spoil ? dialect.spoil(f, answer) : std::string(answer));
+}
+
+static delivery deliver_out_of_order(const fault &, std::string_view answer, const fault_dialect &)
+{
+    delivery plan = one_write(std::string(answer));
+    plan.held = true;
+    return plan;
 }
 
 static delivery deliver_burst(const fault &f, std::string_view answer, const fault_dialect &dialect)
@@ -121,6 +129,13 @@ static constexpr std::array fault_kinds = {
     fault_kind{"wrong_kind",  "",                         nullptr,          false, false, deliver_spoilt},
     fault_kind{"short",       "",                         nullptr,          false, false, deliver_spoilt},
     fault_kind{"burst",       "number",                   nullptr,          false, true,  deliver_burst},
+    fault_kind{"out_of_order", "",                        nullptr,          false, false, deliver_out_of_order},
+    fault_kind{"wrong_transaction", "",                   nullptr,          false, false, deliver_spoilt},
+    fault_kind{"wrong_client", "",                        nullptr,          false, false, deliver_spoilt},
+    fault_kind{"wrong_message", "",                       nullptr,          false, false, deliver_spoilt},
+    fault_kind{"tlv_overrun", "tlv",                      nullptr,          false, false, deliver_spoilt},
+    fault_kind{"tlv_short",   "tlv",                      nullptr,          false, false, deliver_spoilt},
+    fault_kind{"tlv_missing", "tlv",                      nullptr,          false, false, deliver_spoilt},
 };
 // clang-format on
 
@@ -214,6 +229,7 @@ int fault_parse(json_t *row, fault &out, json_refusal &refusal)
         json_read(row, "at_end", f.at_end, refusal) != 0 ||
         read_optional(row, "return_ms", time_ms_max, f.return_ms, refusal) != 0 ||
         json_read(row, "reboot", f.reboot, refusal) != 0 ||
+        read_optional(row, "tlv", 255, f.tlv, refusal) != 0 ||
         json_read(row, "number", 1, requests_max, f.number, refusal) != 0)
         return -1;
     out = std::move(f);
@@ -264,10 +280,11 @@ void fault_engine::clear()
     timers_.clear();
 }
 
-std::optional<fault> fault_engine::take(std::string_view request)
+std::optional<fault> fault_engine::take(std::string_view request, const fault_dialect &dialect)
 {
     for (auto at = armed_.begin(); at != armed_.end(); ++at) {
-        if (!request.starts_with(at->match))
+        if (!(dialect.matches ? dialect.matches(request, at->match)
+                              : request.starts_with(at->match)))
             continue;
         if (at->skip > 0) {
             at->skip--;
@@ -284,7 +301,7 @@ std::optional<fault> fault_engine::take(std::string_view request)
 delivery fault_engine::answer(std::string_view request, const fault_dialect &dialect,
                               const std::function<std::string()> &execute)
 {
-    const std::optional<fault> f = take(request);
+    const std::optional<fault> f = take(request, dialect);
     if (!f)
         return one_write(execute());
     log_.note(std::string("fault ") + fault_name(*f));

@@ -31,6 +31,7 @@ struct fault {
     bool at_end = false;              // pad: filler behind the answer instead of in front of it
     std::optional<int64_t> return_ms; // hangup: none means for ever
     bool reboot = false;              // hangup
+    std::optional<int64_t> tlv;       // the faults of TLVs: which one
     int64_t number = 1;               // burst
 };
 
@@ -41,7 +42,7 @@ struct hangup {
 };
 
 // How one answer leaves: pieces, each so long after the one before, each one write; then, perhaps,
-// the line breaks.
+// the line breaks. An answer that is held leaves right behind the next one on its line.
 struct delivery_step {
     int64_t delay_ms = 0;
     std::string bytes;
@@ -50,16 +51,19 @@ struct delivery_step {
 struct delivery {
     std::vector<delivery_step> steps;
     std::optional<hangup> end;
+    bool held = false;
 };
 
 // How a family prints the texts that a scenario gives.
 struct fault_dialect {
     std::string (*error)(const std::string &text) = nullptr;
     std::string (*unsolicited)(const std::string &text) = nullptr;
-    // For lines of packets, null for others: an answer spoilt as the fault of that name has it, and
-    // so many unsolicited packets at once.
-    std::string (*spoil)(std::string_view fault_name, std::string_view answer) = nullptr;
+    // For families of packets or frames, null for others: an answer spoilt as this fault has it, so
+    // many unsolicited packets at once, and whether a fault with this `match` means the request
+    // (null: the request begins with it).
+    std::string (*spoil)(const fault &f, std::string_view answer) = nullptr;
     void (*burst)(int64_t number) = nullptr;
+    bool (*matches)(std::string_view request, std::string_view match) = nullptr;
 };
 
 // Reads one element of "faults". 0, or -1 with the refusal set.
@@ -91,7 +95,7 @@ public:
                     const std::function<std::string()> &execute);
 
 private:
-    std::optional<fault> take(std::string_view request);
+    std::optional<fault> take(std::string_view request, const fault_dialect &dialect);
     void start(const fault &f);
 
     sim_loop &loop_;

@@ -18,7 +18,7 @@
 static void print_help(FILE *stream)
 {
     fputs(
-        "Usage: tessera-sim --family NAME --root DIR [--scenario FILE]\n"
+        "Usage: tessera-sim --family NAME --root DIR [--scenario FILE] [--qmi-proxy]\n"
         "       tessera-sim --root DIR --tell JSON\n"
         "\n"
         "Simulates a cellular modem: makes a complete root below DIR, for TESSERA_ROOT, and\n"
@@ -27,6 +27,7 @@ static void print_help(FILE *stream)
         "  -f, --family NAME    the modem family, see below\n"
         "  -r, --root DIR       the root; made if it is not there\n"
         "  -s, --scenario FILE  state, faults and shell rules to start with (JSON)\n"
+        "  -q, --qmi-proxy      also serves on the abstract socket qmi-proxy, for QMI tools\n"
         "  -t, --tell JSON      changes or asks the simulator that serves DIR, prints its answer\n"
         "  -h, --help           prints this\n"
         "  -V, --version        prints the version\n"
@@ -49,10 +50,11 @@ static int refuse(const std::string &reason)
 
 static int simulator_main(int argc, char **argv)
 {
-    static constexpr std::array<struct option, 7> long_options = {{
+    static constexpr std::array<struct option, 8> long_options = {{
         {"family", required_argument, nullptr, 'f'},
         {"root", required_argument, nullptr, 'r'},
         {"scenario", required_argument, nullptr, 's'},
+        {"qmi-proxy", no_argument, nullptr, 'q'},
         {"tell", required_argument, nullptr, 't'},
         {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, 'V'},
@@ -62,7 +64,7 @@ static int simulator_main(int argc, char **argv)
     std::string family;
     const char *tell = nullptr;
     int option = 0;
-    while ((option = getopt_long(argc, argv, "f:r:s:t:hV", long_options.data(), nullptr)) != -1) {
+    while ((option = getopt_long(argc, argv, "f:r:s:t:qhV", long_options.data(), nullptr)) != -1) {
         switch (option) {
         case 'f':
             family = optarg;
@@ -72,6 +74,9 @@ static int simulator_main(int argc, char **argv)
             break;
         case 's':
             options.scenario = optarg;
+            break;
+        case 'q':
+            options.qmi_proxy = true;
             break;
         case 't':
             tell = optarg;
@@ -95,6 +100,8 @@ static int simulator_main(int argc, char **argv)
     options.family = family_find(family);
     if (!options.family)
         return refuse(family.empty() ? "--family is missing" : "Unknown family: " + family);
+    if (options.qmi_proxy && !options.family->has_qmi_proxy)
+        return refuse("The family " + family + " does not speak QMI");
     return simulator_run(options);
 }
 

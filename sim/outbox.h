@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 
 class outbox
@@ -19,13 +20,20 @@ public:
     void deliver(const delivery &plan);
 
     // Drops what has not left yet: the line is gone.
-    void clear() { line_ = std::make_shared<int>(); }
+    void clear()
+    {
+        line_ = std::make_shared<int>();
+        held_.clear();
+    }
 
 private:
     void in(int64_t delay_ms, std::function<void()> action);
 
+    void release_held();
+
     sim_loop &loop_;
     std::function<void(std::string_view)> send_;
     std::function<void(const hangup &)> hang_up_;
+    std::string held_;                                    // leaves behind the next answer
     std::shared_ptr<int> line_ = std::make_shared<int>(); // timers of an older line find it gone
 };

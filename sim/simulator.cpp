@@ -185,6 +185,7 @@ sim_exit simulator_run(const simulator_options &options)
         return sim_exit_refused;
 
     sim_services services;
+    services.qmi_proxy = options.qmi_proxy;
     unique_fd lock;
     unique_fd signals;
     std::string reason;

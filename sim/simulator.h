@@ -16,6 +16,7 @@ struct simulator_options {
     const sim_family *family = nullptr;
     std::string root;     // as given
     std::string scenario; // a file; empty: none
+    bool qmi_proxy = false;
 };
 
 // Serves until SIGTERM or SIGINT. What went wrong is said on standard error.

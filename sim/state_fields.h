@@ -64,15 +64,15 @@ inline int state_read(const json_t *object, const char *name, const char *, int6
     return 0;
 }
 
-inline int state_read(const json_t *object, const char *name, const char *choices, int64_t, int64_t,
-                      std::string &out, json_refusal &refusal)
+inline int state_read(const json_t *object, const char *name, const char *choices, int64_t,
+                      int64_t max, std::string &out, json_refusal &refusal)
 {
+    const size_t bytes_max = max > 0 ? static_cast<size_t>(max) : state_text_bytes_max;
     std::string text = out;
     if (json_read(object, name, text, refusal) != 0)
         return -1;
-    if (text.size() > state_text_bytes_max)
-        return json_refuse(refusal, name,
-                           sim_format("must have at most %zu bytes", state_text_bytes_max));
+    if (text.size() > bytes_max)
+        return json_refuse(refusal, name, sim_format("must have at most %zu bytes", bytes_max));
     if (choices && !state_choice(choices, text))
         return json_refuse(refusal, name, "'" + text + "' is none of " + std::string(choices));
     out = std::move(text);

@@ -174,8 +174,9 @@ static std::string unsolicited(const std::string &text)
     return {};
 }
 
-static std::string spoil(std::string_view fault_name, std::string_view answer)
+static std::string spoil(const fault &f, std::string_view answer)
 {
+    const std::string_view fault_name = ::fault_name(f);
     if (fault_name == "rejected")
         return response_packet(swi_message_rejected, the_request.kind, swi_status_failed, {});
     if (fault_name == "wrong_kind")

@@ -1,5 +1,6 @@
 #include "backends/select.h"
 
+#include "backends/gobi/gobi.h"
 #include "backends/serial/directip.h"
 #include "backends/serial/pantech.h"
 #include "backends/sierra/cdma.h"
@@ -25,7 +26,7 @@ constexpr family families[] = {
     {marker_is_sierra, marker_is_cdma, sierra_cdma_init, "Failed to support Sierra CDMA"},
     {marker_is_sierra_directip, marker_is_lte, sierra_directip_lte_init,
      "Failed to support Sierra DirectIP LTE"},
-    {marker_is_gobi, nullptr, nullptr, "Failed to support Gobi Modem"},
+    {marker_is_gobi, nullptr, gobi_init, "Failed to support Gobi Modem"},
     {marker_is_pantech, marker_is_lte, pantech_wmc_init, "Failed to support Pantech LTE"},
 };
 

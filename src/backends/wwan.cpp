@@ -2,6 +2,8 @@
 
 #include "platform/process.h"
 
+#include <string>
+
 #define DHCP_PID_PATH "/var/run/udhcpc-wwan0.pid"
 #define DHCP_DISCOVERIES "8"
 #define DHCP_PAUSE_S "3"
@@ -16,9 +18,12 @@ void wwan_up()
                       " -t " DHCP_DISCOVERIES " -T " DHCP_PAUSE_S " &> /dev/null");
 }
 
-void wwan_down()
+void wwan_down(const char *script_arguments)
 {
+    const char *separator = *script_arguments ? " " : "";
     process_shell("/sbin/ifconfig wwan0 down &> /dev/null");
-    process_shell("/etc/scripts/wwan-down &> /dev/null");
+    process_shell(
+        (std::string("/etc/scripts/wwan-down") + separator + script_arguments + " &> /dev/null")
+            .c_str());
     process_shell("kill `cat " DHCP_PID_PATH "` &> /dev/null");
 }

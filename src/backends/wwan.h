@@ -5,5 +5,5 @@
 // Brings the interface up, then has the running DHCP client renew its lease, or starts one.
 void wwan_up();
 
-// Takes the interface down, runs the site's script and ends the DHCP client.
-void wwan_down();
+// Takes the interface down, runs the site's script, with these arguments, and ends the DHCP client.
+void wwan_down(const char *script_arguments = "");

@@ -31,6 +31,7 @@ struct loop_state {
     unique_fd socket;
     unique_fd pause; // the pause file, held open while paused
     int communication_errors = 0;
+    bool was_attached = false; // at some time
 };
 
 // ---- recovery
@@ -119,6 +120,9 @@ static void check_modem(loop_state &loop)
     cellmodem *modem = tesserad.modem;
     if (!modem || !modem->attached) {
         log_message(log_debug, "Modem is detached, unable to poll status");
+        // Nobody asked for that: the back-end lost its modem, and could not attach to it again.
+        if (modem && loop.was_attached && !loop.pause)
+            tesserad.reconfigure_requested = true;
         return;
     }
     if (modem->slots.ping) {
@@ -221,6 +225,8 @@ static void run_round(loop_state &loop)
         return;
     if (signals_take_usr1())
         loop.pause ? resume_service(loop) : pause_service(loop);
+    if (tesserad.modem && tesserad.modem->attached)
+        loop.was_attached = true;
 
     pollfd waited = {loop.socket.get(), POLLIN, 0};
     const int ready = clock_poll(waited, clock_scaled_ms(round_ms));

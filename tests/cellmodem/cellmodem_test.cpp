@@ -83,7 +83,7 @@ TEST(select, markers_choose_the_family)
         {{"pantech"}, 0, nullptr},
         {{"sierra", "gsm", "cdma"}, type_sierra_gsm, nullptr},
         {{"sierra", "cdma", "gobi"}, 0, "Failed to support Sierra CDMA"},
-        {{"gobi", "pantech"}, 0, "Failed to support Gobi Modem"},
+        {{"gobi", "pantech"}, type_gobi, nullptr},
         {{"pantech", "lte"}, type_pantech, nullptr},
         {{"sierra_directip", "lte", "gobi", "pantech"}, type_sierra_directip, nullptr},
     };

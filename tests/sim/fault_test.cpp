@@ -193,3 +193,22 @@ TEST(outbox_order, a_late_answer_is_overtaken_and_dies_with_its_line)
     ASSERT_EQ(0, loop.run());
     EXPECT_EQ("early,late!", sent);
 }
+
+TEST(outbox_order, a_held_answer_leaves_behind_the_next_one)
+{
+    sim_loop loop;
+    std::string sent;
+    outbox box(
+        loop, [&](std::string_view bytes) { sent += bytes; }, [](const hangup &) {});
+    const fault held = parsed(R"({"do":"out_of_order"})");
+    box.deliver(fault_deliver(held, "1", dialect));
+    box.deliver({}); // silence is no answer to leave behind
+    EXPECT_EQ("", sent);
+    box.deliver({{{0, "2"}}, std::nullopt, false});
+    box.deliver({{{0, "3"}}, std::nullopt, false});
+    EXPECT_EQ("213", sent);
+    box.deliver(fault_deliver(held, "4", dialect));
+    box.clear();
+    box.deliver({{{0, "5"}}, std::nullopt, false});
+    EXPECT_EQ("2135", sent);
+}

@@ -21,7 +21,7 @@ constexpr auto glance = std::chrono::milliseconds(5);
 
 static std::string program(const std::string &name)
 {
-    return std::string(TESSERA_BIN_DIR) + "/" + name;
+    return name.starts_with('/') ? name : std::string(TESSERA_BIN_DIR) + "/" + name;
 }
 
 int reap(pid_t pid)
@@ -76,14 +76,15 @@ void appliance::TearDown()
         std::cerr << "---- daemon\n" << daemon_log() << "---- modem\n" << modem_log();
 }
 
-void appliance::start_sim(const std::string &family, const std::string &scenario)
+void appliance::start_sim(const std::string &family, const std::string &scenario,
+                          const std::vector<std::string> &options)
 {
     root.write("/test/scenario.json", scenario);
-    sim_ = spawn("tessera-sim",
-                 {"--family", family, "--root", root.path(), "--scenario",
-                  root.place("/test/scenario.json")},
-                 {"TESSERA_TIME_SCALE=" + time_scale}, root.place("/test/sim.out"),
-                 root.place("/test/sim.err"));
+    std::vector<std::string> arguments = {
+        "--family", family, "--root", root.path(), "--scenario", root.place("/test/scenario.json")};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    sim_ = spawn("tessera-sim", arguments, {"TESSERA_TIME_SCALE=" + time_scale},
+                 root.place("/test/sim.out"), root.place("/test/sim.err"));
     wait_for("the simulator", [&] {
         return !root.read("/var/run/tessera-sim.pid").empty() ||
                waitpid(sim_, nullptr, WNOHANG) != 0;

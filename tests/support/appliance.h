@@ -23,8 +23,9 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Scenario for start_sim, as JSON.
-    void start_sim(const std::string &family, const std::string &scenario = "{}");
+    // The scenario is JSON; more options of the simulator's command line may follow.
+    void start_sim(const std::string &family, const std::string &scenario = "{}",
+                   const std::vector<std::string> &options = {});
     // Sends the running simulator a scenario object; returns its answer.
     std::string tell_sim(const std::string &json);
     void stop_sim();
@@ -47,7 +48,8 @@ protected:
     running_client spawn_tessera(const std::vector<std::string> &arguments);
     client_result finish(const running_client &client);
 
-    // Runs a built program to its end; environment as NAME=VALUE, ours behind it.
+    // Runs a program to its end: a built one by its name, any other by its path. Environment as
+    // NAME=VALUE, ours behind it.
     client_result run_program(const std::string &name, const std::vector<std::string> &arguments,
                               std::vector<std::string> environment = {});
 
