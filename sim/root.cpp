@@ -3,6 +3,7 @@
 #include "platform/unique_fd.h"
 #include "sim/family.h"
 #include "sim/report.h"
+#include "sim/shipped_files.h"
 
 #include <array>
 #include <cerrno>
@@ -51,19 +52,6 @@ static constexpr const char script_usb_enum[] =
                 "echo '1-1 cellmodem'\n"
                 "exit 0\n";
 
-static constexpr const char carrier_table[] =
-    "MCC,MCC (int),MNC,MNC (int),ISO,Country,Country Code,Network\n"
-    "001,1,01,31,xx,Test Country,999,Test Network\n"
-    "234,564,15,351,gb,United Kingdom,44,Vodafone\n"
-    "234,564,30,783,gb,United Kingdom,44,EE\n"
-    "262,610,01,31,de,Germany,49,Telekom\n"
-    "262,610,02,47,de,Germany,49,Vodafone\n"
-    "310,784,260,608,us,United States,1,T-Mobile\n"
-    "310,784,410,1040,us,United States,1,AT&T\n"
-    "311,785,480,1152,us,United States,1,Verizon\n"
-    "505,1285,01,31,au,Australia,61,Telstra\n"
-    "530,1328,05,95,nz,New Zealand,64,Spark\n";
-
 struct root_file {
     const char *path;
     unsigned mode;
@@ -71,7 +59,7 @@ struct root_file {
 };
 
 static constexpr std::array root_files = {
-    root_file{"/etc/mcc-mnc-table.csv", 0644, carrier_table},
+    root_file{"/etc/mcc-mnc-table.csv", 0644, shipped_carrier_table},
     root_file{"/etc/scripts/cell-carrier", 0755, script_cell_carrier},
     root_file{"/etc/scripts/usb-enum", 0755, script_usb_enum},
     root_file{"/etc/scripts/wwan-down", 0755, script_wwan_down},

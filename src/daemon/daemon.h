@@ -21,5 +21,6 @@ extern daemon_state tesserad;
 // signal handlers or the command socket cannot be set up.
 [[nodiscard]] int tesserad_main_loop();
 
-// Runs at every exit: removes the pid and lock files that are this process's own.
+// Runs at every exit: releases the carrier table and removes the pid and lock files that are this
+// process's own.
 void tesserad_cleanup();

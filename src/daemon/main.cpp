@@ -1,5 +1,6 @@
 // tesserad, the daemon: owns the modem and serves the clients until it is told to end.
 
+#include "carrier/db.h"
 #include "cellmodem/cellmodem.h"
 #include "cellmodem/gps.h"
 #include "cellmodem/markers.h"
@@ -23,6 +24,7 @@ constexpr int gps_accuracy_m = 100;
 void tesserad_cleanup()
 {
     log_message(log_debug, "Cleaning up tesserad");
+    carrier_db_free();
     tarnwick_pidfile_clear(service_name);
     tarnwick_lockfile_clear(service_name);
 }
@@ -87,6 +89,10 @@ static int serve(cellmodem &modem)
         enable_radio(modem);
     if (!clock_stopped())
         enable_gps(modem);
+    if (carrier_db_create() != 0) {
+        log_message(log_fatal, "Failed creating carrier database");
+        return EXIT_FAILURE;
+    }
     {
         const std::unique_ptr<FILE, int (*)(FILE *)> null_stream(fopen("/dev/null", "w+e"), fclose);
         if (!null_stream) {
