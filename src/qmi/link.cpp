@@ -15,6 +15,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -22,6 +23,7 @@
 
 constexpr size_t read_bytes = 4096;
 constexpr int stale_reads_max = 64; // what is taken off the socket before a request is sent
+constexpr size_t abandoned_max = 32;
 constexpr uint16_t control_transaction_max = 0xFF;
 constexpr uint16_t service_transaction_max = 0xFFFF;
 constexpr int connect_attempts = 20;
@@ -47,6 +49,11 @@ struct awaited {
     uint16_t id;
 };
 
+struct given_client {
+    uint8_t service;
+    uint8_t id;
+};
+
 struct answer {
     size_t index = 0; // which of the expected ones it answers
     bool readable = false;
@@ -61,6 +68,10 @@ static struct {
     std::vector<uint8_t> received;
     std::array<client, 256> clients;
     bool one_by_one = false; // the modem refused to take several requests at a time
+    // Allocations that were given up. An id that comes all the same is given back: nobody else knows
+    // of it, and a modem has only so many.
+    std::vector<awaited> abandoned;
+    std::vector<given_client> strays;
 } state;
 
 // ---- connecting
@@ -69,6 +80,8 @@ static void forget_clients()
 {
     for (client &each : state.clients)
         each.id = 0;
+    state.abandoned.clear();
+    state.strays.clear();
 }
 
 static void lose_connection(const char *why)
@@ -131,6 +144,7 @@ uint32_t qmi_open(const char *device, uint32_t &handle)
     }
     state.clients = {};
     state.one_by_one = false;
+    forget_clients();
     state.last_handle = std::max(state.last_handle + 1, uint32_t{1});
     state.handle = handle = state.last_handle;
     return qmi_ok;
@@ -164,8 +178,36 @@ static bool is_answer(const qmux_message &message, const awaited &expected)
            message.transaction == expected.transaction && message.id == expected.id;
 }
 
+// The client id in the answer to an allocation. 0 or -1.
+static int read_given_client(std::span<const uint8_t> tlvs, given_client &given)
+{
+    tlv_fields fields{tlv_find(tlvs, 0x01).value_or(std::span<const uint8_t>{})};
+    return fields.number(given.service) && fields.number(given.id) && given.id != 0 &&
+                   given.id != qmux_client_broadcast
+               ? 0
+               : -1;
+}
+
+// True for the late answer to an allocation.
+static bool take_abandoned(const qmux_message &message)
+{
+    const auto found = std::find_if(state.abandoned.begin(), state.abandoned.end(),
+                                    [&](const awaited &each) { return is_answer(message, each); });
+    if (found == state.abandoned.end())
+        return false;
+    state.abandoned.erase(found);
+    tlv_result result;
+    given_client given{};
+    if (tlv_read_result(message.tlvs, result) == 0 && result.status == 0 &&
+        read_given_client(message.tlvs, given) == 0)
+        state.strays.push_back(given);
+    return true;
+}
+
 static void note_unasked(const qmux_message &message)
 {
+    if (take_abandoned(message))
+        return;
     if (message.service == qmi_ctl && message.kind == qmux_indication &&
         (message.id == sync_id || message.id == client_revoked_id)) {
         log_message(log_info, "QMI modem has forgotten its clients");
@@ -328,38 +370,52 @@ static uint32_t allocate(uint8_t service)
     row.number(service);
     (void)row.end();
     const uint32_t code = exchange(allocate_client, row.bytes, response);
+    if (code == qmi_not_sent && state.abandoned.size() < abandoned_max)
+        state.abandoned.push_back(
+            {qmi_ctl, 0, state.clients[qmi_ctl].transaction, allocate_client.id});
     if (code != qmi_ok)
         return code;
-    tlv_fields fields{tlv_find(response, 0x01).value_or(std::span<const uint8_t>{})};
-    uint8_t given_service = 0;
-    uint8_t id = 0;
-    if (!fields.number(given_service) || !fields.number(id) || given_service != service ||
-        id == 0 || id == qmux_client_broadcast) {
+    given_client given{};
+    if (read_given_client(response, given) != 0 || given.service != service) {
         log_message(log_debug, "%s: no client id in the answer", allocate_client.name);
         return qmi_modem_error;
     }
-    state.clients[service].id = id;
+    state.clients[service].id = given.id;
     return qmi_ok;
+}
+
+static uint32_t send_release(const given_client &given, awaited &expected)
+{
+    tlv_writer row;
+    row.begin(0x01);
+    row.number(given.service);
+    row.number(given.id);
+    (void)row.end();
+    return send_request(release_client, row.bytes, expected);
+}
+
+// Gives ids back that came too late. Nobody waits for the answers.
+static void release_strays()
+{
+    awaited unused{};
+    for (const given_client &given : std::exchange(state.strays, {}))
+        (void)send_release(given, unused);
 }
 
 // Asks for all releases first and then waits for their answers, so that a silent modem costs one
 // time-out and not one for each service.
 static uint32_t release_all()
 {
-    std::vector<awaited> waited;
+    std::vector<given_client> given = std::exchange(state.strays, {});
     for (size_t service = 1; service < state.clients.size(); service++) {
-        const uint8_t id = state.clients[service].id;
-        if (id == 0)
-            continue;
-        tlv_writer row;
-        row.begin(0x01);
-        row.number(static_cast<uint8_t>(service));
-        row.number(id);
-        (void)row.end();
+        if (const uint8_t id = std::exchange(state.clients[service].id, uint8_t{0}); id != 0)
+            given.push_back({static_cast<uint8_t>(service), id});
+    }
+    std::vector<awaited> waited;
+    for (const given_client &each : given) {
         awaited expected{};
-        if (const uint32_t code = send_request(release_client, row.bytes, expected); code != qmi_ok)
+        if (const uint32_t code = send_release(each, expected); code != qmi_ok)
             return code;
-        state.clients[service].id = 0;
         waited.push_back(expected);
     }
     const int64_t deadline = clock_now_ms() + clock_answer_timeout_ms(release_client.timeout_ms);
@@ -399,6 +455,7 @@ uint32_t qmi_send_wait(uint32_t handle, const qmi_request &request, std::span<co
     if (const uint32_t code = check_handle(handle); code != qmi_ok)
         return code;
     receive_stale();
+    release_strays();
     if (const uint32_t code = allocate(request.service); code != qmi_ok)
         return code;
     return exchange(request, tlvs, response);
@@ -563,6 +620,7 @@ void qmi_send_wait_all(uint32_t handle, std::span<qmi_exchange> exchanges)
     if (refusal != qmi_ok)
         return;
     receive_stale();
+    release_strays();
     allocate_all(all);
     while (!clock_stopped()) {
         send_more(all);

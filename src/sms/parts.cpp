@@ -25,9 +25,12 @@ static bool same_message(const sms_part &a, const sms_part &b)
            a.body.text.has_value() == b.body.text.has_value();
 }
 
-static bool same_contents(const sms_part &a, const sms_part &b)
+// Delivered twice: a message centre that is not sure of a delivery repeats it with its time stamp.
+// The same words at another time are another message, as from a device whose alarms all have the
+// same reference.
+static bool same_delivery(const sms_part &a, const sms_part &b)
 {
-    return a.body.encoding == b.body.encoding && a.body.text == b.body.text &&
+    return a.sent == b.sent && a.body.encoding == b.body.encoding && a.body.text == b.body.text &&
            a.body.data == b.body.data;
 }
 
@@ -46,7 +49,7 @@ static bool accepts(const part_set &set, const sms_part &part)
     if (time && set.oldest && *time - *set.oldest > sms_part_age_max_s)
         return false;
     const sms_part *there = set.by_seq[part.body.concat->seq - 1u];
-    return !there || same_contents(*there, part);
+    return !there || same_delivery(*there, part);
 }
 
 static void add(part_set &set, const sms_part &part, size_t index)

@@ -3,8 +3,8 @@
 // ever dropped: each message handed in is a member of exactly one result.
 //
 // Parts belong together when sender, reference (with its width) and total agree, and their time
-// stamps lie within the limit of age; a repeated part is a duplicate when its contents are the same
-// and otherwise begins another message, as references come round again. A message that stays
+// stamps lie within the limit of age; a repeated part is a duplicate when contents and time stamp are
+// the same and otherwise begins another message, as references come round again. A message that stays
 // incomplete is due seven days after its youngest time stamp: its parts then stand alone, as
 // received. Parts without any readable time stamp cannot age and are due at once.
 #pragma once

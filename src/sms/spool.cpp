@@ -50,6 +50,15 @@ static int publish_file(const unique_fd &fd, const std::string &from, const std:
     return -1;
 }
 
+// Puts a new name on the disk as well: the modem forgets the message as soon as it is in the spool. A
+// file system that cannot do this does it in its own time.
+static void sync_directory(const char *path)
+{
+    const unique_fd fd(open(rooted(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd)
+        (void)fsync(fd.get());
+}
+
 // Removes a file and leaves errno alone.
 static void discard(const std::string &place)
 {
@@ -127,6 +136,7 @@ int cellmodem_sms_writefile(const std::string &number, const std::string &text)
                     strerror(errno));
         return 0;
     }
+    sync_directory(sms_spool_path);
     return 1;
 }
 

@@ -116,6 +116,31 @@ TEST_F(gobi_appliance, a_call_that_takes_its_time_is_waited_for)
     EXPECT_EQ(state("session"), "true");
 }
 
+TEST_F(gobi_appliance, names_of_any_length_are_bounded)
+{
+    const auto digits = [](size_t length) {
+        std::string all;
+        for (size_t i = 0; i < length; i++)
+            all += "6E";
+        return all;
+    };
+    bring_up(R"({"state": {"model": "MC7304"}})");
+    for (const size_t length : {1u, 100u, 255u, 256u, 257u, 10000u}) {
+        const std::string text(length, 'n');
+        EXPECT_EQ(
+            tessera({"--dip_connect", "--apn=" + text, "--username=" + text, "--password=" + text})
+                .code,
+            0)
+            << length << ": a profile that the modem does not take is no reason to stop";
+        const std::string sent = digits(std::min<size_t>(length, 256));
+        EXPECT_GE(count(modem_log(), " 14=" + sent + " 1D=01 1B=" + sent + " 1C=" + sent + " ["), 1)
+            << length;
+        EXPECT_EQ(tessera({"-d"}).code, 0);
+    }
+    EXPECT_EQ(count(modem_log(), digits(257)), 0);
+    EXPECT_EQ(tessera({"--ping"}).code, 0);
+}
+
 TEST_F(gobi_appliance, a_locked_sim_is_unlocked_and_a_blocked_one_unblocked)
 {
     bring_up(R"({"state": {"pin1_enabled": true, "pin1_verified": false}})");
@@ -206,6 +231,37 @@ TEST_F(gobi_appliance, a_long_message_comes_in_parts_and_whole_out_of_them)
     EXPECT_EQ(state("messages"), "[]") << "the modem has room again";
     EXPECT_EQ(tessera({"--get-sms", "-x"}).out,
               "<sms-list>\n\t<sms-count>0</sms-count>\n</sms-list>\n");
+}
+
+// A daemon that is killed behind the spooling and before the deletion knows of nothing afterwards: the
+// message is spooled twice rather than not at all.
+TEST_F(gobi_appliance, a_daemon_killed_before_the_deletion_loses_no_message)
+{
+    bring_up(R"({"state": {"deliver": [{"from": "8888", "text": "still there"}]}})");
+    tell_sim(R"({"faults": [{"match": "WMS 0x0024", "do": "error", "text": "3", "count": 0}]})");
+    EXPECT_EQ(count(tessera({"--get-sms", "-l"}).out, "sms-text still there\n"), 1);
+    EXPECT_EQ(tessera({"--get-sms", "-l"}).out, "sms-count 0\n") << "known to this process";
+    EXPECT_EQ(spool(), std::vector<std::string>{"From: 8888\n\nstill there"});
+    EXPECT_EQ(stop_daemon(SIGKILL), 128 + SIGKILL);
+    EXPECT_NE(state("messages"), "[]");
+    tell_sim(R"({"clear_faults": true})");
+    start_daemon();
+    EXPECT_EQ(count(tessera({"--get-sms", "-l"}).out, "sms-text still there\n"), 1);
+    EXPECT_EQ(spool().size(), 2u);
+    EXPECT_EQ(state("messages"), "[]");
+}
+
+TEST_F(gobi_appliance, a_message_stays_while_the_spool_is_broken)
+{
+    bring_up(R"({"state": {"deliver": [{"from": "8888", "text": "patient"}]}})");
+    std::filesystem::remove_all(root.place("/var/spool/sms"));
+    root.write("/var/spool/sms", "in the way");
+    EXPECT_EQ(count(tessera({"--get-sms", "-l"}).out, "sms-text patient\n"), 1);
+    EXPECT_EQ(asked("WMS 0x0024"), 0);
+    std::filesystem::remove(root.place("/var/spool/sms"));
+    EXPECT_EQ(count(tessera({"--get-sms", "-l"}).out, "sms-text patient\n"), 1);
+    EXPECT_EQ(spool(), std::vector<std::string>{"From: 8888\n\npatient"});
+    EXPECT_EQ(state("messages"), "[]");
 }
 
 TEST_F(gobi_appliance, messages_are_sent_in_the_modems_coding)

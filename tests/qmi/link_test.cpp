@@ -183,6 +183,22 @@ TEST_F(qmi_link, client_ids_that_the_modem_forgot_are_asked_for_again)
     EXPECT_EQ(qmuxd.clients(), 3u);
 }
 
+TEST_F(qmi_link, client_ids_that_come_too_late_are_given_back)
+{
+    qmuxd.behave(qmi_ctl, 0x22, {qmuxd_reply::late});
+    EXPECT_EQ(model(), qmi_not_sent);
+    EXPECT_EQ(qmuxd.clients(), 1u) << "which the link does not know";
+    EXPECT_EQ(model(), qmi_ok) << "the late one comes while the next one is awaited";
+    EXPECT_EQ(model(), qmi_ok);
+    EXPECT_EQ(qmuxd.clients(), 1u);
+    EXPECT_EQ(model(), qmi_ok) << "the one in use was not given back";
+    qmuxd.behave(qmi_ctl, 0x22, {qmuxd_reply::late});
+    EXPECT_EQ(qmi_pds_set_service(handle, true), qmi_not_sent);
+    EXPECT_EQ(model(), qmi_ok);
+    EXPECT_EQ(qmi_close(handle), qmi_ok);
+    EXPECT_EQ(qmuxd.clients(), 0u) << "closing looks for late ones, too";
+}
+
 TEST_F(qmi_link, frames_that_nobody_asked_for_are_taken_off)
 {
     EXPECT_EQ(model(), qmi_ok);

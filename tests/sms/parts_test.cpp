@@ -116,6 +116,21 @@ TEST(sms_join, references_come_round_again)
     EXPECT_EQ(joined[2].state, sms_joined_waiting);
 }
 
+TEST(sms_join, the_same_words_at_another_time_are_another_message)
+{
+    sms_time later = noon;
+    later.hour++;
+    const std::vector<sms_part> parts = {part(0, 1, 2, "alarm "), part(1, 2, 2, "again"),
+                                         part(2, 1, 2, "alarm ", later),
+                                         part(3, 2, 2, "again", later)};
+    const auto joined = sms_join(parts, days_after_noon(0));
+    ASSERT_EQ(joined.size(), 2u);
+    for (const sms_joined &message : joined)
+        EXPECT_EQ(message.body.text, "alarm again");
+    EXPECT_EQ(joined[0].members, (std::vector<size_t>{0, 1}));
+    EXPECT_EQ(joined[1].members, (std::vector<size_t>{2, 3}));
+}
+
 TEST(sms_join, only_what_belongs_together_is_joined)
 {
     std::vector<sms_part> parts(5, part(0, 1, 2, "one "));

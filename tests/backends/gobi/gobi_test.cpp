@@ -1,6 +1,7 @@
 #include "backends/gobi/call_end.h"
 #include "backends/gobi/gobi_fixture.h"
 #include "cellmodem/markers.h"
+#include "platform/paths.h"
 
 #include <unistd.h>
 
@@ -655,11 +656,29 @@ struct failure_row {
     const char *line; // of the log, up to the code; null: the failure is not the operation's
     bool code_in_line = true;
     int success = 0;
+    const char *model = nullptr; // digits
 };
 
 static int run_connect(cellmodem &modem)
 {
     return modem.slots.lte_connect(modem, "net", nullptr, 0, nullptr, nullptr);
+}
+
+static int run_disconnect(cellmodem &modem)
+{
+    EXPECT_EQ(run_connect(modem), 0);
+    return modem.slots.disconnect(modem) == 0 ? 0 : -1;
+}
+
+static int run_getsms(cellmodem &modem)
+{
+    const memory_stream out;
+    return modem.slots.getsms(modem, out.get(), output_lines);
+}
+
+static int run_sendsms(cellmodem &modem)
+{
+    return modem.slots.sendsms(modem, rooted("/message").c_str(), nullptr);
 }
 
 static const failure_row failure_rows[] = {
@@ -678,6 +697,12 @@ static const failure_row failure_rows[] = {
      "300 Could not reset profile 1 - trying to connect anyway", false},
     {"connect_start", qmi_wds, 0x20, run_connect, -1,
      "300 Could not start data session on profile 1 with APN net: "},
+    {"connect_modify_profile", qmi_wds, 0x28, run_connect, 0,
+     "0 Could not update profile 1 with apn net - trying to connect anyway", false, 0,
+     "01 0400 37333034"},
+    {"connect_start_by_profile", qmi_wds, 0x20, run_connect, -1,
+     "300 Could not start data session on profile 1: ", true, 0, "01 0400 37333034"},
+    {"disconnect", qmi_wds, 0x21, run_disconnect, -1, nullptr},
     {"radio", qmi_dms, 0x2E, [](auto &m) { return m.slots.radio(m, true); }, 0, nullptr},
     {"simispresent", qmi_dms, 0x44, [](auto &m) { return m.slots.simispresent(m); }, 0,
      "300 Could not read SIM state ", true, 1},
@@ -705,6 +730,10 @@ static const failure_row failure_rows[] = {
     {"setsysselect", qmi_nas, 0x33,
      [](auto &m) { return m.slots.setsysselect(m, nullptr, nullptr, nullptr, "lte"); }, 1,
      "0 Error setting system selection masks: "},
+    {"getsms_list", qmi_wms, 0x31, run_getsms, 0, "700 Failed to list UIM messages: "},
+    {"getsms_read", qmi_wms, 0x22, run_getsms, 0, "400 WMS Raw Read Failed for UIM SMS: "},
+    {"getsms_delete", qmi_wms, 0x24, run_getsms, 0, "400 WMS Delete UIM SMS failed: "},
+    {"sendsms", qmi_wms, 0x20, run_sendsms, -1, "300 SMS Send failed - rv ", true},
 };
 
 static void PrintTo(const failure_row &row, std::ostream *out)
@@ -715,6 +744,17 @@ static void PrintTo(const failure_row &row, std::ostream *out)
 class gobi_failures : public gobi_fixture, public testing::WithParamInterface<failure_row>
 {
 protected:
+    void SetUp() override
+    {
+        gobi_fixture::SetUp();
+        if (GetParam().model)
+            qmuxd.answer(qmi_dms, 0x22, GetParam().model);
+        root.write("/message", "To: 123\n\nhi");
+        qmuxd.answer(qmi_wms, 0x31, "01 0900 01000000 07000000 01"); // in both storages
+        qmuxd.answer(qmi_wms, 0x22,
+                     "01 1800 01 06 1400 00 04 0481 2143 0000 11101021436500 04 d4f29c0e");
+    }
+
     void expect_failure(qmuxd_behaviour behaviour, uint32_t code)
     {
         const failure_row &row = GetParam();
