@@ -425,7 +425,9 @@ static uint32_t release_all()
         if (!found) // who ends does not wait
             return clock_stopped() && state.fd ? code : uint32_t{qmi_not_sent};
         waited.erase(waited.begin() + static_cast<std::ptrdiff_t>(found->index));
-        code = std::max(code, code_of(release_client, found->tlvs));
+        const uint32_t released = code_of(release_client, found->tlvs);
+        if (released != qmi_modem_error + qmi_error_invalid_client_id) // a modem that has restarted
+            code = std::max(code, released);
     }
     return code;
 }

@@ -236,6 +236,12 @@ TEST_F(qmi_link, closing_waits_once_for_a_silent_modem)
     EXPECT_EQ(qmi_pds_set_service(handle, true), qmi_ok);
     qmuxd.behave(qmi_ctl, 0x23, {qmuxd_reply::late}); // the second answer comes first
     EXPECT_EQ(qmi_close(handle), qmi_ok);
+    for (const uint16_t error : {uint16_t{7}, uint16_t{3}}) {
+        ASSERT_EQ(qmi_open("/dev/qcqmi0", handle), qmi_ok);
+        EXPECT_EQ(model(), qmi_ok);
+        qmuxd.behave(qmi_ctl, 0x23, {qmuxd_reply::error, error});
+        EXPECT_EQ(qmi_close(handle), error == 7 ? 0u : 1003u) << "what is gone is given back";
+    }
 }
 
 TEST_F(qmi_link, a_name_left_over_and_a_place_that_is_too_deep)

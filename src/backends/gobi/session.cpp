@@ -13,7 +13,7 @@ enum radio_status { radio_on = 1, radio_off = 2 };
 
 // The connection to the modem, as long as there is one.
 struct gobi_connection {
-    std::string device;
+    const char *device = gobi_device;
     uint32_t handle = 0;
 };
 
@@ -55,9 +55,9 @@ static int keep_text(uint32_t (*read)(uint32_t, std::string &), const char *fail
 int gobi_attach(cellmodem &modem)
 {
     (void)gobi_detach(modem);
-    gobi_api = {gobi_device, 0};
-    log_message(log_debug, "connecting to %s", gobi_api->device.c_str());
-    const uint32_t code = qmi_open(gobi_api->device.c_str(), gobi_api->handle);
+    gobi_api.emplace();
+    log_message(log_debug, "connecting to %s", gobi_api->device);
+    const uint32_t code = qmi_open(gobi_api->device, gobi_api->handle);
     if (code != qmi_ok) {
         log_message(log_fatal, "Failed to connect to LTE (Gobi) modem API: %lu", code_value{code});
         gobi_api.reset();
@@ -66,7 +66,7 @@ int gobi_attach(cellmodem &modem)
     if (keep_text(qmi_dms_get_manufacturer, "Failed to retrieve modem manufacturer",
                   modem.manufacturer_text) != 0 ||
         keep_text(qmi_dms_get_model, "Failed to retrieve modem model", modem.aux_buffer) != 0) {
-        log_message(log_debug, "disconnecting from %s", gobi_api->device.c_str());
+        log_message(log_debug, "disconnecting from %s", gobi_api->device);
         (void)qmi_close(gobi_api->handle);
         gobi_api.reset();
         return -1;
@@ -79,7 +79,7 @@ int gobi_detach(cellmodem &modem)
 {
     if (!gobi_api)
         return 0;
-    log_message(log_debug, "disconnecting from %s", gobi_api->device.c_str());
+    log_message(log_debug, "disconnecting from %s", gobi_api->device);
     if (qmi_close(gobi_api->handle) != qmi_ok)
         log_message(log_error, "Failed to disconnect from gobi modem");
     if (publish_attached(modem, false) != 0)
