@@ -11,7 +11,7 @@ class gobi_records_appliance : public appliance
 protected:
     void bring_up(const std::string &state = "{}")
     {
-        time_scale = "0.2"; // a busy machine may take its time for an answer
+        time_scale = "0.5"; // a busy machine may take a second for an answer
         start_sim("gobi", R"({"state": )" + state + "}");
         start_daemon();
     }
@@ -128,7 +128,7 @@ TEST_F(gobi_records_appliance, failing_requests_cost_their_keys_only)
     bring_up();
     tell_sim(R"({"faults": [{"match": "DMS 0x0044", "do": "error", "text": "3", "count": 0},
                             {"match": "NAS 0x004F", "do": "silence", "count": 0},
-                            {"match": "DMS 0x003C", "do": "late", "delay_ms": 900, "count": 0},
+                            {"match": "DMS 0x003C", "do": "late", "delay_ms": 2500, "count": 0},
                             {"match": "NAS 0x0031", "do": "tlv_short", "count": 0},
                             {"match": "DMS 0x002D", "do": "double", "count": 0},
                             {"match": "DMS 0x0043", "do": "out_of_order", "count": 0},
