@@ -3,6 +3,7 @@
 
 #include "qmi/messages.h"
 #include "qmi/qmux.h"
+#include "qmi/questions.h"
 
 #include <cstdlib>
 
@@ -20,6 +21,12 @@ uint32_t qmi_send_wait(uint32_t, const qmi_request &, std::span<const uint8_t>,
 {
     response.assign(answer.tlvs.begin(), answer.tlvs.end());
     return answer.code;
+}
+
+void qmi_send_wait_all(uint32_t handle, std::span<qmi_exchange> exchanges)
+{
+    for (qmi_exchange &each : exchanges)
+        each.code = qmi_send_wait(handle, each.request, each.tlvs, each.response);
 }
 
 static void expect(bool holds)
@@ -112,6 +119,39 @@ static void read_lists()
         expect(messages.size() < answer.tlvs.size());
 }
 
+// What the records ask, all at once.
+static void read_questions()
+{
+    uint8_t byte = 0;
+    int8_t bearer = 0;
+    uint16_t word = 0;
+    std::string text;
+    qmi_runtime_settings settings;
+    qmi_mip_profile mip;
+    qmi_capabilities capabilities;
+    qmi_firmware_revisions revisions;
+    qmi_voice_numbers numbers;
+    qmi_serial_numbers serials;
+    qmi_images images;
+    qmi_active_bands bands;
+    qmi_system_selection selection;
+    qmi_signal_info signal;
+    qmi_question questions[] = {
+        qmi_wds_runtime_settings(settings),  qmi_wds_data_bearer(bearer),
+        qmi_wds_active_mip_profile(byte),    qmi_wds_mip_profile(byte, mip),
+        qmi_dms_capabilities(capabilities),  qmi_dms_firmware_revisions(revisions),
+        qmi_dms_voice_numbers(numbers),      qmi_dms_serial_numbers(serials),
+        qmi_dms_prl_version(word),           qmi_dms_imsi(text),
+        qmi_dms_firmware_preference(images), qmi_nas_active_bands(bands),
+        qmi_nas_system_selection(selection), qmi_nas_signal_info(signal)};
+    qmi_ask_all(some_handle, questions);
+    for (const qmi_question &each : questions)
+        expect(each.code == answer.code || each.code == qmi_modem_error);
+    expect(capabilities.radios.items.size() < answer.tlvs.size() + 1);
+    expect(images.preferred.items.size() < answer.tlvs.size() + 1);
+    expect(bands.bands.items.size() < answer.tlvs.size() + 1);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::span<const uint8_t> bytes{data, size};
@@ -122,6 +162,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         read_texts();
         read_numbers();
         read_lists();
+        read_questions();
     }
     return 0;
 }

@@ -130,21 +130,24 @@ static const qmi_hooks gobi_hooks = {
 // ---- the family
 
 struct marker_row {
-    const char *kind;
     const char *marker;
+    bool (*applies)(const gobi_state &);
 };
 
 static constexpr std::array marker_rows = {
-    marker_row{"LTE", "cellmodem_is_lte"},
-    marker_row{"CDMA", "cellmodem_is_cdma_gobi"},
+    marker_row{"cellmodem_is_lte", [](const gobi_state &state) { return state.modem == "LTE"; }},
+    marker_row{"cellmodem_is_cdma_gobi",
+               [](const gobi_state &state) { return state.modem == "CDMA"; }},
+    marker_row{"cellmodem_is_multicarrier",
+               [](const gobi_state &state) { return state.multicarrier; }},
 };
 
-// Which markers there are besides the family's own depends on the kind of modem.
+// Which markers there are besides the family's own depends on the modem.
 static void write_markers()
 {
     for (const marker_row &row : marker_rows) {
         const std::string path = the_services->root + "/var/run/.modem/" + row.marker;
-        if (the_modem().state.modem != row.kind)
+        if (!row.applies(the_modem().state))
             unlink(path.c_str());
         else if (access(path.c_str(), F_OK) != 0 && file_replace(path, "") != 0)
             the_services->log.note("could not write " + path);
@@ -187,11 +190,12 @@ static void gobi_stop()
 static int gobi_merge_state(json_t *state, json_refusal &refusal)
 {
     const std::string kind = the_modem().state.modem;
+    const bool multicarrier = the_modem().state.multicarrier;
     if (gobi_merge(the_modem(), state, refusal) != 0)
         return -1;
     if (!the_server)
         return 0;
-    if (the_modem().state.modem != kind)
+    if (the_modem().state.modem != kind || the_modem().state.multicarrier != multicarrier)
         write_markers();
     settle();
     return 0;

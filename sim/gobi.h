@@ -58,6 +58,7 @@ struct gobi_state {
     std::string firmware_id = "03.05.23.02";
     std::string carrier_build = "GENNA-UMTS";
     std::string carrier_id = "9999999_9902574";
+    bool multicarrier = true; // holds images for several carriers
     bool external_power = true;
     int64_t battery = 0;
 

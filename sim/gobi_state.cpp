@@ -48,6 +48,7 @@ static constexpr std::array gobi_table = {
     field{"firmware_id",           &gobi_state::firmware_id},
     field{"carrier_build",         &gobi_state::carrier_build},
     field{"carrier_id",            &gobi_state::carrier_id},
+    field{"multicarrier",          &gobi_state::multicarrier},
     field{"external_power",        &gobi_state::external_power},
     field{"battery",               &gobi_state::battery,               nullptr, 0, 100},
     field{"mode",                  &gobi_state::mode,                  nullptr, 0, byte_max},
@@ -230,6 +231,7 @@ static void become_umts(gobi_state &state)
     state.revision = "T1_0_3_2AP R361 CNSZ 2011/04/18 15:41:56";
     state.boot_version = "T1_0_3_2BT";
     state.hardware = "MDM8200A";
+    state.multicarrier = false;
     state.radios = "umts,gsm";
     state.coverage = "umts,gsm";
     state.max_tx_rate = 5760000;

@@ -9,6 +9,7 @@ constexpr const char *marker_is_lte = "/var/run/.modem/cellmodem_is_lte";
 constexpr const char *marker_is_sierra_directip = "/var/run/.modem/cellmodem_is_sierra_directip";
 constexpr const char *marker_is_gobi = "/var/run/.modem/cellmodem_is_gobi";
 constexpr const char *marker_is_cdma_gobi = "/var/run/.modem/cellmodem_is_cdma_gobi";
+constexpr const char *marker_is_multicarrier = "/var/run/.modem/cellmodem_is_multicarrier";
 constexpr const char *marker_is_pantech = "/var/run/.modem/cellmodem_is_pantech";
 constexpr const char *marker_is_external = "/var/run/.modem/cellmodem_is_external";
 constexpr const char *marker_has_gps = "/var/run/.modem/cellmodem_has_gps";

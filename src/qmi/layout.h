@@ -6,15 +6,18 @@
 //     std::string      a text that fills the rest of its TLV
 //     qmi_short_text   a text behind a length of one byte
 //     qmi_list         elements behind their count
+//     std::array       so many bytes
 //     records          field after field, as listed in qmi_fields
 //     std::optional    what is left out, together with its TLV, when there is no value
 //
-// A new message is a record, its rows and one function in messages.cpp.
+// A new message is a record, its rows and one function in messages.cpp or questions.cpp.
 #pragma once
 
 #include "qmi/link.h"
 #include "qmi/tlv.h"
 
+#include <algorithm>
+#include <array>
 #include <concepts>
 #include <optional>
 #include <span>
@@ -63,6 +66,16 @@ template <std::integral number>
 [[nodiscard]] inline bool qmi_read(tlv_fields &fields, qmi_short_text &value)
 {
     return fields.counted_text<uint8_t>(value.text);
+}
+
+template <size_t count>
+[[nodiscard]] bool qmi_read(tlv_fields &fields, std::array<uint8_t, count> &octets)
+{
+    std::span<const uint8_t> taken;
+    if (!fields.octets(count, taken))
+        return false;
+    std::copy(taken.begin(), taken.end(), octets.begin());
+    return true;
 }
 
 template <class count_type, class item_type>

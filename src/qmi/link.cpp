@@ -67,6 +67,7 @@ static struct {
     std::string client_place;
     std::vector<uint8_t> received;
     std::array<client, 256> clients;
+    bool one_by_one = false; // the modem refused to take several requests at a time
     // Allocations that were given up. An id that comes all the same is given back: nobody else knows
     // of it, and a modem has only so many.
     std::vector<awaited> abandoned;
@@ -142,6 +143,7 @@ uint32_t qmi_open(const char *device, uint32_t &handle)
         return qmi_not_sent;
     }
     state.clients = {};
+    state.one_by_one = false;
     forget_clients();
     state.last_handle = std::max(state.last_handle + 1, uint32_t{1});
     state.handle = handle = state.last_handle;
@@ -459,4 +461,173 @@ uint32_t qmi_send_wait(uint32_t handle, const qmi_request &request, std::span<co
     if (const uint32_t code = allocate(request.service); code != qmi_ok)
         return code;
     return exchange(request, tlvs, response);
+}
+
+// ---- several requests at a time
+
+// How often, and in what company, a request was sent.
+enum class sending { not_yet, in_company, alone, again };
+
+struct batch {
+    std::span<qmi_exchange> exchanges;
+    std::vector<sending> sent;     // by exchange
+    std::vector<size_t> waiting;   // exchanges to be sent, the next one last
+    std::vector<awaited> expected; // answers of those under way,
+    std::vector<size_t> under_way; // and which exchanges those are
+    size_t limit = 1;
+    int timeout_ms = 0;
+    int64_t deadline_ms = 0;
+};
+
+static bool is_busy(uint32_t code)
+{
+    return code == qmi_modem_error + qmi_error_no_memory ||
+           code == qmi_modem_error + qmi_error_device_in_use ||
+           code == qmi_modem_error + qmi_error_insufficient_resources ||
+           code == qmi_modem_error + qmi_error_operation_in_progress;
+}
+
+static void begin_wait(batch &all)
+{
+    all.deadline_ms = clock_now_ms() + clock_answer_timeout_ms(all.timeout_ms);
+}
+
+// Ends all that wait for a service that takes no client.
+static void end_service(batch &all, uint8_t service, uint32_t code)
+{
+    std::erase_if(all.waiting, [&](size_t index) {
+        qmi_exchange &each = all.exchanges[index];
+        if (each.request.service == service)
+            each.code = code;
+        return each.request.service == service;
+    });
+}
+
+static void send_next(batch &all)
+{
+    const size_t index = all.waiting.back();
+    qmi_exchange &each = all.exchanges[index];
+    all.waiting.pop_back();
+    awaited expected{};
+    each.code = send_request(each.request, each.tlvs, expected);
+    if (each.code != qmi_ok)
+        return;
+    each.code = each.request.silence_code; // until there is an answer
+    if (all.sent[index] != sending::not_yet)
+        all.sent[index] = sending::again;
+    else
+        all.sent[index] = all.limit > 1 ? sending::in_company : sending::alone;
+    if (all.expected.empty())
+        begin_wait(all);
+    all.expected.push_back(expected);
+    all.under_way.push_back(index);
+}
+
+static void send_more(batch &all)
+{
+    while (!all.waiting.empty() && all.under_way.size() < all.limit) {
+        const uint8_t service = all.exchanges[all.waiting.back()].request.service;
+        if (state.clients[service].id == 0) {
+            // What comes while a client id is waited for is not looked at.
+            if (!all.under_way.empty())
+                return;
+            if (const uint32_t code = allocate(service); code != qmi_ok) {
+                end_service(all, service, code);
+                continue;
+            }
+        }
+        send_next(all);
+    }
+}
+
+// Nothing more will come: those under way end, and the others can be sent.
+static void end_under_way(batch &all)
+{
+    for (const size_t index : all.under_way)
+        log_message(log_debug, "%s: no answer", all.exchanges[index].request.name);
+    all.expected.clear();
+    all.under_way.clear();
+}
+
+// What the answer means for how the others are sent. True when the request has to be sent again.
+static bool judge(batch &all, size_t index, uint32_t code)
+{
+    const sending before = all.sent[index];
+    if (is_busy(code) && before == sending::in_company) {
+        all.limit = 1;
+        return true;
+    }
+    if (code == qmi_modem_error + qmi_error_invalid_client_id)
+        return before != sending::again;
+    if (before == sending::again && all.limit == 1 && !is_busy(code) && !state.one_by_one) {
+        log_message(log_info, "QMI modem takes one request at a time");
+        state.one_by_one = true;
+    }
+    return false;
+}
+
+static void take_answer(batch &all)
+{
+    std::optional<answer> found = await(all.expected, all.deadline_ms);
+    if (!found) {
+        end_under_way(all);
+        return;
+    }
+    const auto at = static_cast<std::ptrdiff_t>(found->index);
+    const size_t index = all.under_way[found->index];
+    all.expected.erase(all.expected.begin() + at);
+    all.under_way.erase(all.under_way.begin() + at);
+    begin_wait(all);
+    qmi_exchange &each = all.exchanges[index];
+    each.response = std::move(found->tlvs);
+    if (found->readable) {
+        each.code = code_of(each.request, each.response);
+    } else {
+        log_message(log_debug, "%s: the answer's TLVs are cut", each.request.name);
+        each.code = qmi_modem_error;
+    }
+    if (!judge(all, index, each.code))
+        return;
+    each.response.clear();
+    all.waiting.insert(all.waiting.begin(), index);
+}
+
+// Becomes a client of all services before the first request, while nothing is under way.
+static void allocate_all(batch &all)
+{
+    for (const qmi_exchange &each : all.exchanges) {
+        const uint8_t service = each.request.service;
+        const bool wanted = std::any_of(all.waiting.begin(), all.waiting.end(), [&](size_t index) {
+            return all.exchanges[index].request.service == service;
+        });
+        if (const uint32_t code = wanted ? allocate(service) : uint32_t{qmi_ok}; code != qmi_ok)
+            end_service(all, service, code);
+    }
+}
+
+void qmi_send_wait_all(uint32_t handle, std::span<qmi_exchange> exchanges)
+{
+    batch all;
+    all.exchanges = exchanges;
+    all.sent.assign(exchanges.size(), sending::not_yet);
+    all.limit = state.one_by_one ? 1 : qmi_under_way_max;
+    const uint32_t refusal = check_handle(handle);
+    for (size_t index = exchanges.size(); index > 0; index--) {
+        qmi_exchange &each = exchanges[index - 1];
+        each.response.clear();
+        each.code = refusal == qmi_ok ? uint32_t{qmi_not_sent} : refusal;
+        all.waiting.push_back(index - 1);
+        all.timeout_ms = std::max(all.timeout_ms, each.request.timeout_ms);
+    }
+    if (refusal != qmi_ok)
+        return;
+    receive_stale();
+    release_strays();
+    allocate_all(all);
+    while (!clock_stopped()) {
+        send_more(all);
+        if (all.under_way.empty())
+            return;
+        take_answer(all);
+    }
 }

@@ -1,7 +1,8 @@
 // The way to the modem: a connection to the multiplexing daemon QMUXD, whose socket carries QMUX
-// frames for the modem and back. One request at a time travels, is waited for and ends exactly once,
-// with one of the codes below. Answers that come after their time-out, answers to others and
-// indications never pass for the answer that is awaited. docs/qmi-link.md describes the socket.
+// frames for the modem and back. A request, or several that do not depend on each other, travels, is
+// waited for and ends exactly once, with one of the codes below. Answers that come after their
+// time-out, answers to others and indications never pass for the answer that is awaited.
+// docs/qmi-link.md describes the socket.
 //
 // A service answers clients only; the link becomes one when a service is first asked for something,
 // and gives the client ids back when it is closed. After a connection is lost every request ends
@@ -36,6 +37,10 @@ constexpr int qmi_timeout_ms = 2000;
 // No message of a modem is a quarter as long; what announces more is not framed.
 constexpr size_t qmi_frame_bytes_max = 16384;
 
+// So many requests travel at a time, at most. A modem takes about as many into its queue, and more
+// would not make it faster.
+constexpr size_t qmi_under_way_max = 8;
+
 // One request.
 struct qmi_request {
     const char *name; // for the log
@@ -57,3 +62,20 @@ uint32_t qmi_close(uint32_t handle);
 // also when it reports an error. 0 or a code; without an answer `response` is empty.
 [[nodiscard]] uint32_t qmi_send_wait(uint32_t handle, const qmi_request &request,
                                      std::span<const uint8_t> tlvs, std::vector<uint8_t> &response);
+
+// One of several requests: what is sent, and what came of it.
+struct qmi_exchange {
+    qmi_request request;
+    std::vector<uint8_t> tlvs;
+    uint32_t code = qmi_not_sent;
+    std::vector<uint8_t> response; // as qmi_send_wait stores it
+};
+
+// Sends requests that do not depend on each other, several at a time, and waits until each has its
+// code; the answers may come in any order. For requests that change nothing: one that the modem
+// refused because it had too many, or had forgotten its client, is sent once more. A modem that
+// takes only one at a time is known as such from then on until the link is closed.
+//
+// The modem may work on one after the other, so a time-out (the longest of the requests') begins anew
+// with each answer: all together wait no longer than they would one by one.
+void qmi_send_wait_all(uint32_t handle, std::span<qmi_exchange> exchanges);

@@ -2,6 +2,7 @@
 
 #include "platform/log.h"
 #include "qmi/qmux.h"
+#include "qmi/questions.h"
 
 constexpr int start_network_timeout_ms = 90000;
 
@@ -49,27 +50,10 @@ static uint32_t tell(uint32_t handle, const qmi_request &request,
     return call(handle, request, put, wanted, std::span<const qmi_read_row<nothing>>{}, answer);
 }
 
-template <class answer_record>
-static uint32_t ask(uint32_t handle, const qmi_request &request,
-                    std::span<const qmi_read_row<answer_record>> get, answer_record &answer)
-{
-    return call(handle, request, std::span<const qmi_write_row<nothing>>{}, nothing{}, get, answer);
-}
-
 template <class value_type>
 static uint32_t tell_single(uint32_t handle, const qmi_request &request, value_type value)
 {
     return tell<single<value_type>>(handle, request, put_single<value_type>, {value});
-}
-
-template <class value_type>
-static uint32_t ask_single(uint32_t handle, const qmi_request &request, value_type &value)
-{
-    single<value_type> answer;
-    const uint32_t code = ask<single<value_type>>(handle, request, get_single<value_type>, answer);
-    if (code == qmi_ok)
-        value = std::move(answer.value);
-    return code;
 }
 
 // ---- WDS
@@ -119,7 +103,7 @@ uint32_t qmi_wds_stop_network(uint32_t handle, uint32_t session)
 
 uint32_t qmi_wds_get_packet_status(uint32_t handle, uint8_t &packet_state)
 {
-    return ask_single(handle, {"WDS Get Packet Service Status", qmi_wds, 0x22}, packet_state);
+    return qmi_ask(handle, qmi_wds_packet_status(packet_state));
 }
 
 uint32_t qmi_wds_modify_profile(uint32_t handle, const qmi_profile &profile)
@@ -145,11 +129,6 @@ constexpr qmi_write_row<qmi_pin_unblock> unblock_pin_put[] = {
     qmi_put<&qmi_pin_unblock::pin_id, &qmi_pin_unblock::puk, &qmi_pin_unblock::new_pin>(0x01),
 };
 
-constexpr qmi_read_row<qmi_pin_states> pin_status_get[] = {
-    qmi_get<&qmi_pin_states::pin1>(0x11, qmi_optional),
-    qmi_get<&qmi_pin_states::pin2>(0x12, qmi_optional),
-};
-
 static bool is_pin_id(uint8_t pin_id)
 {
     return pin_id == 1 || pin_id == 2;
@@ -157,12 +136,12 @@ static bool is_pin_id(uint8_t pin_id)
 
 uint32_t qmi_dms_get_manufacturer(uint32_t handle, std::string &text)
 {
-    return ask_single(handle, {"DMS Get Manufacturer", qmi_dms, 0x21}, text);
+    return qmi_ask(handle, qmi_dms_manufacturer(text));
 }
 
 uint32_t qmi_dms_get_model(uint32_t handle, std::string &text)
 {
-    return ask_single(handle, {"DMS Get Model", qmi_dms, 0x22}, text);
+    return qmi_ask(handle, qmi_dms_model(text));
 }
 
 uint32_t qmi_dms_set_pin_protection(uint32_t handle, const qmi_pin_protection &wanted)
@@ -183,8 +162,7 @@ uint32_t qmi_dms_unblock_pin(uint32_t handle, const qmi_pin_unblock &wanted)
 
 uint32_t qmi_dms_get_pin_status(uint32_t handle, qmi_pin_states &states)
 {
-    return ask<qmi_pin_states>(handle, {"DMS Get PIN Status", qmi_dms, 0x2B}, pin_status_get,
-                               states);
+    return qmi_ask(handle, qmi_dms_pin_status(states));
 }
 
 uint32_t qmi_dms_set_operating_mode(uint32_t handle, qmi_operating_mode mode)
@@ -197,18 +175,10 @@ uint32_t qmi_dms_set_operating_mode(uint32_t handle, qmi_operating_mode mode)
 
 uint32_t qmi_dms_get_uim_state(uint32_t handle, uint8_t &uim_state)
 {
-    return ask_single(handle, {"DMS Get UIM State", qmi_dms, 0x44}, uim_state);
+    return qmi_ask(handle, qmi_dms_uim_state(uim_state));
 }
 
 // ---- NAS
-
-constexpr qmi_read_row<qmi_serving_system> serving_system_get[] = {
-    qmi_get<&qmi_serving_system::registration, &qmi_serving_system::circuit_attach,
-            &qmi_serving_system::packet_attach, &qmi_serving_system::network,
-            &qmi_serving_system::radios>(0x01, qmi_mandatory),
-    qmi_get<&qmi_serving_system::roaming>(0x10, qmi_optional),
-    qmi_get<&qmi_serving_system::plmn>(0x12, qmi_optional),
-};
 
 constexpr qmi_write_row<qmi_system_selection> system_selection_put[] = {
     qmi_put<&qmi_system_selection::mode_mask>(0x11),
@@ -219,8 +189,7 @@ constexpr qmi_write_row<qmi_system_selection> system_selection_put[] = {
 
 uint32_t qmi_nas_get_serving_system(uint32_t handle, qmi_serving_system &system)
 {
-    return ask<qmi_serving_system>(handle, {"NAS Get Serving System", qmi_nas, 0x24},
-                                   serving_system_get, system);
+    return qmi_ask(handle, qmi_nas_serving_system(system));
 }
 
 uint32_t qmi_nas_set_system_selection(uint32_t handle, const qmi_system_selection &wanted)

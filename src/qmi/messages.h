@@ -1,5 +1,5 @@
-// The messages that the Gobi family needs, one function each: it sends the request, waits for its
-// answer and returns a qmi_code (link.h). Records are filled only as far as the answer has them, and
+// The messages that the Gobi family sends alone, one function each: it sends the request, waits for
+// its answer and returns a qmi_code (link.h). Those that only ask are questions, too (questions.h). Records are filled only as far as the answer has them, and
 // texts are as the modem sent them, in no known encoding.
 //
 // Facts: the public QMI message descriptions (libqmi). WDS Reset Profile is not among them; its
@@ -113,6 +113,14 @@ template <>
 inline constexpr auto qmi_fields<qmi_plmn> =
     std::tuple{&qmi_plmn::mcc, &qmi_plmn::mnc, &qmi_plmn::name};
 
+struct qmi_cdma_system {
+    uint16_t sid = 0;
+    uint16_t nid = 0;
+};
+template <>
+inline constexpr auto qmi_fields<qmi_cdma_system> =
+    std::tuple{&qmi_cdma_system::sid, &qmi_cdma_system::nid};
+
 struct qmi_serving_system {
     uint8_t registration = 0;
     uint8_t circuit_attach = 0;
@@ -120,12 +128,15 @@ struct qmi_serving_system {
     uint8_t network = 0;
     qmi_list<uint8_t, int8_t> radios;
     std::optional<uint8_t> roaming;
+    std::optional<uint8_t> default_roaming;
+    std::optional<qmi_list<uint8_t, uint8_t>> data_services;
     std::optional<qmi_plmn> plmn;
+    std::optional<qmi_cdma_system> cdma;
 };
 
 constexpr uint8_t qmi_registration_unknown = 4;
 
-// What is left out stays as it is.
+// What is left out of a request stays as it is.
 struct qmi_system_selection {
     std::optional<uint16_t> mode_mask;
     std::optional<uint64_t> band_mask;

@@ -4,6 +4,7 @@
 #include "platform/unique_fd.h"
 #include "support/appliance.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
@@ -179,4 +180,202 @@ TEST_F(qmicli, sees_what_the_daemon_has_set)
     expect({"--dms-get-operating-mode"}, {"Mode: 'low-power'"});
     expect({"--dms-set-operating-mode=online"}, {"Operating mode set successfully"});
     EXPECT_EQ(tessera({"--connstatus"}).code, 0) << "and the other way round";
+}
+
+// ---- the judge's reading and the daemon's
+
+using words = std::vector<std::pair<std::string, std::string>>;
+
+// A value as the judge prints it behind a label, and the key that has it in the daemon's records.
+struct agreement_row {
+    std::vector<std::string> question;
+    std::string label;
+    int which; // of several such labels, from 1 on
+    std::string key;
+    words names = {};             // what the judge calls something, and what the daemon does
+    std::string separator = ", "; // of the daemon's lists
+};
+
+static std::string behind_label(const std::string &text, const std::string &label, int which)
+{
+    size_t at = 0;
+    for (;; at++) {
+        at = text.find(label + ":", at);
+        if (at == std::string::npos)
+            return "(no " + label + " in " + text + ")";
+        if (at > 0 && strchr(" \t\n", text[at - 1]) && --which == 0)
+            break;
+    }
+    at += label.size() + 1;
+    std::string value = text.substr(at, text.find('\n', at) - at);
+    value.erase(0, value.find_first_not_of(" '"));
+    value.erase(value.find_last_not_of(" '") + 1);
+    for (const std::string unit : {" dBm", " dB"})
+        if (value.ends_with(unit))
+            value.erase(value.size() - unit.size());
+    return value;
+}
+
+static std::string in_other_words(const agreement_row &row, const std::string &value)
+{
+    if (row.names.empty())
+        return value;
+    std::string list;
+    for (size_t at = 0; at <= value.size();) {
+        const size_t end = std::min(value.find(", ", at), value.size());
+        std::string word = value.substr(at, end - at);
+        for (const auto &[judged, ours] : row.names)
+            if (word == judged)
+                word = ours;
+        list += (list.empty() ? "" : row.separator) + word;
+        at = end + 2;
+    }
+    return list;
+}
+
+class qmicli_agrees : public qmicli
+{
+protected:
+    void compare(const std::vector<agreement_row> &rows)
+    {
+        const std::string records = tessera({"-i", "-s"}).out;
+        for (const agreement_row &row : rows) {
+            const size_t at = ("\n" + records).find("\n" + row.key + " ");
+            ASSERT_NE(at, std::string::npos) << "no " << row.key << " in\n" << records;
+            const size_t begin = at + row.key.size() + 1;
+            EXPECT_EQ(records.substr(begin, records.find('\n', begin) - begin),
+                      in_other_words(row, behind_label(ask(row.question), row.label, row.which)))
+                << row.key;
+        }
+    }
+};
+
+TEST_F(qmicli_agrees, on_an_lte_modem)
+{
+    start_sim("gobi", judged_state, {"--qmi-proxy"});
+    tell_sim(R"({"state": {"model": "MC7700", "band_preference": 2218786944,
+                           "lte_band_preference": 68, "acquisition_order": "8,5",
+                           "roaming": 0, "ipv6_prefix": 56, "ipv6": "2001:db8:7::9"}})");
+    start_daemon();
+    ASSERT_EQ(tessera({"--dip_connect", "--apn=judged.net"}).code, 0);
+    const words modes = {{"gsm", "GSM"}, {"umts", "UMTS"}, {"lte", "LTE"}};
+    const words roaming = {{"off", "Not Roaming"}, {"on", "Roaming"}};
+    const std::vector<std::string> ids = {"--dms-get-ids"}, pins = {"--dms-uim-get-pin-status"},
+                                   preferences = {"--nas-get-system-selection-preference"},
+                                   signal = {"--nas-get-signal-info"},
+                                   system = {"--nas-get-serving-system"},
+                                   settings = {"--wds-get-current-settings"},
+                                   images = {"--dms-get-firmware-preference"};
+    compare({
+        {{"--dms-get-manufacturer"}, "Manufacturer", 1, "manufacturer"},
+        {{"--dms-get-model"}, "Model", 1, "product"},
+        {{"--dms-get-capabilities"}, "Networks", 1, "technology", modes, "/"},
+        {ids, "IMEI", 1, "imei"},
+        {ids, "ESN", 1, "esn"},
+        {ids, "MEID", 1, "meid"},
+        {{"--dms-get-revision"}, "Revision", 1, "amss-version"},
+        {{"--dms-get-hardware-revision"}, "Revision", 1, "hardware"},
+        {preferences, "Mode preference", 1, "mode_prefs", modes},
+        {preferences, "Mode preference", 1, "rat", modes, "+"},
+        {preferences,
+         "Band preference",
+         1,
+         "band_prefs",
+         {{"gsm-dcs-1800", "GSM DCS 1800 band"},
+          {"wcdma-2100", "WCDMA Europe, Japan, and China IMT 2100 band"},
+          {"wcdma-850-us", "WCDMA U.S. 850 band"},
+          {"bc-15", "Band Class 15"}}},
+        {preferences,
+         "LTE band preference",
+         1,
+         "lte_band_prefs",
+         {{"3", "E-UTRA Operating Band 3"}, {"7", "E-UTRA Operating Band 7"}}},
+        {preferences, "Acquisition order preference", 1, "interface_aquisition_order"},
+        {{"--dms-uim-get-state"},
+         "State",
+         1,
+         "sim-status",
+         {{"initialization-completed", "SIM Initialized"}}},
+        {pins, "Verify", 1, "pin1-retries-left"},
+        {pins, "Unblock", 1, "pin1-unblocks-left"},
+        {pins, "Verify", 2, "pin2-retries-left"},
+        {pins, "Unblock", 2, "pin2-unblocks-left"},
+        {signal, "RSSI", 1, "lte-rssi"},
+        {signal, "RSRQ", 1, "lte-rsrq"},
+        {signal, "RSRP", 1, "lte-rsrp"},
+        {signal, "SNR", 1, "lte-snr"},
+        {{"--nas-get-rf-band-info"},
+         "Active Band Class",
+         1,
+         "current-bands",
+         {{"eutran-7", "E-UTRA Operating Band 7"}}},
+        {{"--dms-get-operating-mode"}, "Mode", 1, "modem-status", {{"online", "Online"}}},
+        {{"--wds-get-data-bearer-technology"},
+         "Data bearer technology (current)",
+         1,
+         "mode",
+         {{"lte", "LTE"}}},
+        {{"--dms-uim-get-imsi"}, "IMSI", 1, "sim-imsi"},
+        {{"--dms-uim-get-iccid"}, "ICCID", 1, "sim-iccid"},
+        {system, "Registration state", 1, "service-status", {{"registered", "Registered"}}},
+        {system, "MCC", 1, "mcc"},
+        {system, "MNC", 1, "mnc"},
+        {system, "Roaming status", 1, "roaming-status", roaming},
+        {system, "Default roaming status", 1, "roaming-status-default", roaming},
+        {system, "[0]", 2, "service-mode", {{"lte", "LTE"}}},
+        {{"--dms-get-msisdn"}, "MSISDN", 1, "phone-number1"},
+        {settings, "IPv4 address", 1, "ipv4address"},
+        {settings, "IPv4 gateway address", 1, "ipv4gateway"},
+        {settings, "IPv4 subnet mask", 1, "ipv4subnet"},
+        {settings, "IPv6 address", 1, "ipv6address", {{"2001:db8:7::9/56", "2001:db8:7::9"}}},
+        {settings, "IPv6 address", 1, "ipv6prefix", {{"2001:db8:7::9/56", "56"}}},
+        {settings, "IPv6 gateway address", 1, "ipv6gateway", {{"2001:db8::1/56", "2001:db8::1"}}},
+        {images, "Build ID", 1, "preferred-firmware"},
+        {images, "Build ID", 2, "preferred-carrier"},
+    });
+}
+
+TEST_F(qmicli_agrees, on_a_cdma_modem)
+{
+    start_sim("gobi", R"({"state": {"modem": "CDMA", "hdr_rssi_dbm": -91, "hdr_ecio_db": -6.5,
+                                    "hdr_sinr_level": 8, "hdr_io_dbm": -85, "cdma_rssi_dbm": -77,
+                                    "cdma_ecio_db": -11, "prl_version": 4711, "activation": 10,
+                                    "sid": 17, "nid": 3, "cdma_band": 1}})",
+              {"--qmi-proxy"});
+    start_daemon();
+    const std::vector<std::string> signal = {"--nas-get-signal-info"},
+                                   system = {"--nas-get-serving-system"},
+                                   preferences = {"--nas-get-system-selection-preference"};
+    compare({
+        {signal, "RSSI", 1, "cdma-rssi"},
+        {signal, "ECIO", 1, "cdma-ecio"},
+        {signal, "RSSI", 2, "hdr-rssi"},
+        {signal, "ECIO", 2, "hdr-ecio"},
+        {signal, "IO", 1, "hdr-io"},
+        {signal, "SINR (8)", 1, "hdr-sinr", {{"9.0", "8"}}},
+        {{"--nas-get-rf-band-info"},
+         "Active Band Class",
+         1,
+         "current-bands",
+         {{"bc-1", "CDMA Band Class 1"}}},
+        {{"--dms-get-prl-version"}, "PRL version", 1, "prl-version"},
+        {{"--dms-get-activation-state"},
+         "State",
+         1,
+         "nam-status",
+         {{"otasp-commited", "OTASP Settings Committed"}}},
+        {system, "SID", 1, "sid"},
+        {system, "NID", 1, "nid"},
+        {system, "[0]", 2, "service-mode", {{"evdo-rev-a", "EVDO Rev A, CDMA"}}},
+        {preferences,
+         "Mode preference",
+         1,
+         "mode_prefs",
+         {{"cdma-1x", "cdma2000 1X"}, {"cdma-1xevdo", "cdma2000 HRPD"}}},
+        {preferences,
+         "Acquisition order preference",
+         1,
+         "interface_aquisition_order",
+         {{"cdma-1x", "cdma20001x"}, {"cdma-1xevdo", "cdma2000hrpd"}}},
+    });
 }

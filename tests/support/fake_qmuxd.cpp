@@ -103,6 +103,13 @@ void fake_qmuxd::explain(uint8_t service, uint16_t id, const std::string &tlvs)
     table_[{service, id}].explanation = octets_of(tlvs);
 }
 
+void fake_qmuxd::gather(size_t requests)
+{
+    const std::lock_guard guard(lock_);
+    gather_ = requests;
+    gathered_.clear();
+}
+
 void fake_qmuxd::send_frame(const bytes &frame)
 {
     const std::lock_guard guard(lock_);
@@ -285,5 +292,14 @@ void fake_qmuxd::take(const bytes &frame)
     }
     if (!held_back_.empty())
         put(std::exchange(held_back_, {}));
-    put(answer_frame);
+    if (gather_ == 0 || request.service == qmi_ctl) {
+        put(answer_frame);
+        return;
+    }
+    gathered_.push_back(answer_frame);
+    if (gathered_.size() < gather_)
+        return;
+    for (; !gathered_.empty(); gathered_.pop_back())
+        put(gathered_.back());
+    gather_ = 0;
 }

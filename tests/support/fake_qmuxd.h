@@ -56,6 +56,8 @@ public:
     void behave(uint8_t service, uint16_t id, qmuxd_behaviour behaviour);
     // TLVs that come with a failure.
     void explain(uint8_t service, uint16_t id, const std::string &tlvs);
+    // Answers nobody until so many requests are there, and then the last one first; once.
+    void gather(size_t requests);
     // A frame of the modem's own accord.
     void send_frame(const bytes &frame);
 
@@ -91,6 +93,8 @@ private:
     std::vector<std::string> requests_;
     std::map<uint8_t, std::vector<uint8_t>> clients_;
     bytes held_back_;
+    std::vector<bytes> gathered_;
+    size_t gather_ = 0;
     uint8_t last_client_ = 0;
     size_t connections_ = 0;
     mutable std::mutex lock_;

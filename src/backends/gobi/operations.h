@@ -32,6 +32,12 @@ int gobi_ping(cellmodem &modem);
 int gobi_radio(cellmodem &modem, bool on);
 int gobi_reset(cellmodem &modem);
 
+// ---- info.cpp and status.cpp: the records, from requests that travel together
+
+int gobi_info(cellmodem &modem, FILE *out, int mode); // always 0
+// -1 when no request was answered; the record is written all the same.
+int gobi_status(cellmodem &modem, FILE *out, int mode);
+
 // ---- data.cpp
 
 int gobi_data_up(cellmodem &modem);

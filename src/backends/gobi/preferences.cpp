@@ -1,3 +1,4 @@
+#include "backends/gobi/names.h"
 #include "backends/gobi/operations.h"
 #include "platform/log.h"
 #include "qmi/messages.h"
@@ -46,12 +47,8 @@ int gobi_setrat(cellmodem &, int rat)
     return -1;
 }
 
-// Names of the radio interfaces by their number; the first one that matches counts.
-constexpr std::string_view interface_names[] = {
-    "none", "cdma20001x", "cdma2000hrpd", "amps", "gsm", "umts", "none", "none", "lte", "tdcdma",
-};
-
-// The numbers of the interfaces in a list of names; none at all when one of them is unknown.
+// The numbers of the interfaces in a list of names; none at all when one of them is unknown. Of
+// several interfaces with that name the first one counts.
 static std::vector<uint8_t> acquisition_order(std::string_view names)
 {
     std::vector<uint8_t> order;
@@ -60,13 +57,14 @@ static std::vector<uint8_t> acquisition_order(std::string_view names)
         names.remove_prefix(std::min(names.size(), name.size() + 1));
         if (name.empty())
             continue;
-        const auto *found = std::find(std::begin(interface_names), std::end(interface_names), name);
-        if (found == std::end(interface_names)) {
+        const auto found =
+            std::find(gobi_interface_names.begin(), gobi_interface_names.end(), name);
+        if (found == gobi_interface_names.end()) {
             log_message(log_fatal, "Interface %.*s not found", static_cast<int>(name.size()),
                         name.data());
             return {};
         }
-        order.push_back(static_cast<uint8_t>(found - std::begin(interface_names)));
+        order.push_back(static_cast<uint8_t>(found - gobi_interface_names.begin()));
     }
     return order;
 }
