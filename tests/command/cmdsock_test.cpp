@@ -148,6 +148,33 @@ TEST_F(channel, a_client_that_does_not_read_delays_nobody)
         sent++;
     EXPECT_LT(sent, 10000) << "the queue must fill and the send return";
     EXPECT_TRUE(log.has("it may have been terminated early"));
+    EXPECT_TRUE(log.has("400 A reply of 60027 bytes was not taken: "));
+    const std::string huge(10 << 20, 'x');
+    EXPECT_EQ(cmdsock_send_reply(server.get(), sender, 0, huge.c_str()), -1);
+    EXPECT_TRUE(log.has("400 A reply of 10485787 bytes is too long to be sent"));
+}
+
+// Unread replies count against the daemon's buffer, not against those who leave them unread.
+TEST_F(channel, clients_that_do_not_read_take_no_reply_from_others)
+{
+    const std::string text(7000, 'x');
+    std::vector<unique_fd> idle;
+    for (const char *path : {"/tmp/idle1", "/tmp/idle2", "/tmp/idle3"}) {
+        idle.push_back(cmdsock_client_open(path, cmdsock_path, error, sizeof(error)));
+        ASSERT_TRUE(idle.back()) << error;
+        for (int i = 0; i < 10; i++) {
+            cmdsock_sender sender;
+            argument_vector arguments;
+            ASSERT_EQ(send(idle.back().get(), "[]", 2, 0), 2);
+            ASSERT_EQ(cmdsock_recv_request(server.get(), sender, arguments), 0);
+            ASSERT_EQ(cmdsock_send_reply(server.get(), sender, 0, text.c_str()), 0) << path << i;
+        }
+    }
+    (void)ask({"tessera"}, 0, text.c_str());
+    int code = -1;
+    std::string results;
+    EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), 0) << error;
+    EXPECT_EQ(results, text);
 }
 
 TEST_F(channel, broken_replies)
