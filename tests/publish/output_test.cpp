@@ -51,8 +51,9 @@ TEST(output, one_record_in_each_mode)
     EXPECT_EQ(infod.pushed,
               (std::vector<std::string>{
                   "text " + prefix + "text=a <b> & \x01\"c\"\t\xEF\xBF\xBF",
-                  "long " + prefix + "hex=3735928559", "long " + prefix + "big=0",
-                  "text " + prefix + "v4=10.1.2.3", "text " + prefix + "v6=2001:db8::1"}));
+                  "long " + prefix + "hex=" + std::to_string(static_cast<long>(0xDEADBEEF)),
+                  "long " + prefix + "big=0", "text " + prefix + "v4=10.1.2.3",
+                  "text " + prefix + "v6=2001:db8::1"}));
     EXPECT_EQ(infod.sessions_open, 0);
 }
 
