@@ -73,6 +73,16 @@ static int fill_beside(const std::string &name, const std::string &final_place,
     return -1;
 }
 
+// A message is in its file before it gets its name; the name is the directory's, and is flushed with
+// it. The message is there either way, so a directory that cannot be flushed is no failure: read
+// again, the message would be there twice.
+static void flush_spool()
+{
+    const unique_fd fd(open(rooted(sms_spool_path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd || fsync(fd.get()) != 0)
+        log_message(log_warning, "Could not flush %s: %s", sms_spool_path, strerror(errno));
+}
+
 // 0, or -1 with errno; then the temporary file is still there.
 static int move_to_spool(const unique_fd &fd, const std::string &temporary_place,
                          const std::string &name, const std::string &final_place,
@@ -127,6 +137,7 @@ int cellmodem_sms_writefile(const std::string &number, const std::string &text)
                     strerror(errno));
         return 0;
     }
+    flush_spool();
     return 1;
 }
 
