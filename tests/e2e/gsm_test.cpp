@@ -155,6 +155,7 @@ TEST_F(gsm_appliance, region_technology_and_tracking_are_set)
     EXPECT_EQ(tessera({"-g", "on", "-t", "7"}).code, 0);
     EXPECT_EQ(asked("SwiSetLbsPdTrack 24 1 255 100 1000 7"), 1);
     EXPECT_EQ(tessera({"-g", "on", "-t", "7"}).code, 0) << "on already";
+    EXPECT_EQ(tessera({"-g", "on", "-t", "-5"}).code, 1);
     EXPECT_EQ(tessera({"-g", "off"}).code, 0);
     EXPECT_EQ(asked("SwiSetLbsEndSession 8 0"), 2);
 }

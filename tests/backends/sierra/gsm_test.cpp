@@ -441,6 +441,10 @@ TEST_F(gsm_modem, tracking_that_is_on_or_off_already_is_no_failure)
     with_result(swi_object_lbs_pd_track, 1062);
     EXPECT_EQ(modem->slots.enablegps(*modem, 5, 100), -1);
     EXPECT_TRUE(log.has("300 SwiSetLbsPdTrack failed: 1062"));
+    const size_t asked = server.requests().size();
+    EXPECT_EQ(modem->slots.enablegps(*modem, -5, 100), -1) << "4294967291 seconds to the modem";
+    EXPECT_EQ(log.count("300 The time between fixes is negative: -5"), 1);
+    EXPECT_EQ(server.requests().size(), asked);
     with_result(swi_object_lbs_end_session, 1062);
     EXPECT_EQ(modem->slots.disablegps(*modem), 0);
     EXPECT_TRUE(log.has("700 SwiSetLbsPdTrack failed: GPS already disabled"));
