@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -105,6 +106,23 @@ TEST_F(channel, requests_that_cannot_be_sent)
     EXPECT_STREQ(error, "Message is too long");
 }
 
+TEST_F(channel, a_server_that_is_gone_is_told_in_the_log_too)
+{
+    const log_capture log;
+    server.reset();
+    const char *request[] = {"tessera"};
+    EXPECT_EQ(cmdsock_send_request(client.get(), 1, request, error, sizeof(error)), -1);
+    EXPECT_STREQ(error, "Connection refused");
+    EXPECT_EQ(log.count("700 Could not send message to server: Connection refused"), 1);
+    int code = -1;
+    std::string results;
+    client.reset(open("/", O_RDONLY | O_DIRECTORY));
+    EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), -1);
+    EXPECT_EQ(log.count("700 Could not receive message from server: "
+                        "Socket operation on non-socket"),
+              1);
+}
+
 TEST_F(channel, only_the_owner_and_the_group_may_connect)
 {
     struct stat status;
@@ -199,6 +217,7 @@ TEST_F(channel, broken_replies)
 TEST(cmdsock, opening_says_what_is_wrong)
 {
     const temp_root root;
+    const log_capture log;
     char error[256] = "";
     EXPECT_FALSE(cmdsock_client_open("/tmp/c", cmdsock_path, error, sizeof(error)));
     EXPECT_STREQ(error, "socket /var/run/tessera.cmd: No such file or directory");
@@ -207,7 +226,11 @@ TEST(cmdsock, opening_says_what_is_wrong)
     const std::string deep = "/" + std::string(120, 'd');
     EXPECT_FALSE(cmdsock_client_open(deep.c_str(), cmdsock_path, error, sizeof(error)));
     EXPECT_EQ(error, "socket " + deep + ": File name too long");
-    const log_capture log;
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{
+                  "700 Unable to connect socket /var/run/tessera.cmd: No such file or directory",
+                  "700 Unable to bind socket /absent/c: No such file or directory",
+                  "700 Unable to open socket " + deep + ": File name too long"}));
     EXPECT_FALSE(cmdsock_server_open(deep.c_str()));
     EXPECT_EQ(log.count("300 Could not bind server socket to " + deep + ": File name too long"), 1);
     EXPECT_FALSE(cmdsock_server_open("/absent/socket"));
