@@ -10,6 +10,8 @@
 #include "support/swi_fixture.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <sstream>
 
@@ -20,13 +22,18 @@ class gsm_modem : public swi_fixture
 protected:
     void SetUp() override
     {
-        root.write("/bin/swisdk", "#!/bin/sh\n");
-        ASSERT_EQ(chmod(root.place("/bin/swisdk").c_str(), 0755), 0);
+        install_program();
         ASSERT_EQ(cellmodem_create(&modem), 0);
         ASSERT_EQ(sierra_gsm_init(*modem), 0);
         server.set_answer([this](const fake_request &request) { return answer(request); });
     }
     void TearDown() override { cellmodem_destroy(&modem); }
+
+    void install_program()
+    {
+        root.write("/bin/swisdk", "#!/bin/sh\n");
+        ASSERT_EQ(chmod(root.place("/bin/swisdk").c_str(), 0755), 0);
+    }
 
     // Every request succeeds with zeros, but those of an object in `statuses` or `answers`.
     packets answer(const fake_request &request)
@@ -106,6 +113,19 @@ TEST_F(gsm_modem, attach_enables_eight_notifications_in_order)
     attach();
     EXPECT_TRUE(log.has("600 Sierra CnS back-end may only be started once"));
     EXPECT_EQ(server.enabled().size(), 16u);
+}
+
+TEST_F(gsm_modem, attach_needs_the_server_program)
+{
+    std::filesystem::remove(root.place("/bin/swisdk"));
+    EXPECT_EQ(modem->slots.attach(*modem), -1);
+    EXPECT_EQ(log.count("0 No such file: /bin/swisdk"), 1);
+    EXPECT_EQ(log.count("0 Failed to start swisdk."), 1);
+    EXPECT_FALSE(modem->attached);
+    EXPECT_TRUE(server.requests().empty());
+    install_program();
+    attach();
+    EXPECT_TRUE(modem->attached);
 }
 
 TEST_F(gsm_modem, attach_fails_with_the_first_notification_that_is_refused)
@@ -624,6 +644,40 @@ TEST_F(gsm_modem, before_any_notification_the_cached_values_are_unknown)
     EXPECT_EQ(out.text().find("ecio"), std::string::npos) << "no cells";
     EXPECT_EQ(out.text().find("current-bands"), std::string::npos) << "no bands";
     EXPECT_TRUE(log.has("700 No entries in MSISDN Phone book"));
+}
+
+TEST(gsm_names, every_code_reads_as_it_always_has)
+{
+    const struct {
+        const char *key;
+        const name_table &table;
+    } tables[] = {
+        {"sim-status", gsm_sim_status_names},
+        {"sim-lock", gsm_sim_lock_names},
+        {"network-status", gsm_network_status_names},
+        {"service-status", gsm_service_status_names},
+        {"system-mode", gsm_system_mode_names},
+        {"modem-status", gsm_modem_status_names},
+        {"service-type", gsm_service_type_names},
+        {"roaming-status", gsm_roaming_names},
+        {"band", gsm_band_type_names},
+        {"current-bands", gsm_radio_band_names},
+        {"region", gsm_region_names},
+    };
+    std::ostringstream all;
+    for (const auto &[key, table] : tables) {
+        for (uint32_t code = 0; code <= 65536; code++) {
+            const std::string name = name_of(table, code);
+            const std::string number = table.print == other_code::text ? "" : std::to_string(code);
+            if (name != table.other + number)
+                all << key << " " << code << " " << name << "\n";
+        }
+        for (const uint32_t other : {77777u, UINT32_MAX})
+            all << key << " " << other << " " << name_of(table, other) << "\n";
+    }
+    std::ostringstream golden;
+    golden << std::ifstream(TESSERA_TEST_DATA "/golden/gsm-names.txt", std::ios::binary).rdbuf();
+    EXPECT_EQ(all.str(), golden.str());
 }
 
 TEST(gsm_names, the_two_status_tables_differ_in_their_rows)
