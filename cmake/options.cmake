@@ -2,8 +2,9 @@
 
 add_library(tessera_options INTERFACE)
 target_include_directories(tessera_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+# The offsets' width is stated: where it is not 64 bits by itself, stat fails on a large file system.
 target_compile_definitions(tessera_options INTERFACE _POSIX_C_SOURCE=200809L _DEFAULT_SOURCE
-                           TESSERA_VERSION="${PROJECT_VERSION}")
+                           _FILE_OFFSET_BITS=64 TESSERA_VERSION="${PROJECT_VERSION}")
 target_compile_options(tessera_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Wundef -Wcast-align
     -Wnon-virtual-dtor -Woverloaded-virtual -fno-common)

@@ -21,6 +21,7 @@ constexpr size_t json_flags = JSON_COMPACT | JSON_PRESERVE_ORDER;
 constexpr mode_t socket_mode = 0660;
 constexpr const char *socket_group = "tessera";
 constexpr gid_t no_group = static_cast<gid_t>(-1);
+constexpr int send_buffer_bytes = 4 << 20; // dozens of unread replies of the largest size
 
 using json_value = std::unique_ptr<json_t, void (*)(json_t *)>;
 
@@ -79,6 +80,17 @@ static int bind_private(int fd, const char *path, const sockaddr_un &address)
     return 0;
 }
 
+// What clients have not read is charged to the daemon's socket: with the usual buffer a few that do
+// not read at all would keep every other client from its reply. Beyond the system's limit only root
+// may go; anybody else gets what the limit allows.
+static void enlarge_send_buffer(int fd)
+{
+    const int size = send_buffer_bytes;
+    if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &size, sizeof(size)) != 0 &&
+        setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size)) != 0)
+        log_message(log_debug, "Could not enlarge the server socket's buffer: %s", strerror(errno));
+}
+
 unique_fd cmdsock_server_open(const char *path)
 {
     unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -86,6 +98,7 @@ unique_fd cmdsock_server_open(const char *path)
         log_message(log_error, "Could not create server socket: %s\n", strerror(errno));
         return fd;
     }
+    enlarge_send_buffer(fd.get());
     sockaddr_un address;
     if (socket_address(path, address, sizeof(address.sun_path)) == 0) {
         unlink(address.sun_path);
@@ -158,6 +171,21 @@ json_text cmdsock_marshal_reply(int ret_code, const char *results)
     return json_text(json_dumps(reply.get(), json_flags));
 }
 
+// A client that is gone is its own affair; one that waits for a reply it will not get is not.
+static void log_unsent(int error, size_t length)
+{
+    log_message(log_debug,
+                "Could not send message to tessera client: %s, it may have been terminated"
+                " early",
+                strerror(error));
+    if (error == EMSGSIZE)
+        log_message(log_warning, "A reply of %zu bytes is too long to be sent", length);
+    else if (error == EAGAIN || error == ENOBUFS)
+        log_message(log_warning,
+                    "A reply of %zu bytes was not taken: clients leave too many replies unread",
+                    length);
+}
+
 int cmdsock_send_reply(int fd, const cmdsock_sender &sender, int ret_code, const char *results)
 {
     const json_text text = cmdsock_marshal_reply(ret_code, results);
@@ -172,10 +200,7 @@ int cmdsock_send_reply(int fd, const cmdsock_sender &sender, int ret_code, const
                       sizeof(sender.address));
     while (sent < 0 && errno == EINTR);
     if (sent < 0) {
-        log_message(log_debug,
-                    "Could not send message to tessera client: %s, it may have been terminated"
-                    " early",
-                    strerror(errno));
+        log_unsent(errno, length);
         return -1;
     }
     if (static_cast<size_t>(sent) < length) {

@@ -180,7 +180,7 @@ static void serve_command(loop_state &loop)
         return;
     result_stream results;
     if (!results.file)
-        return;
+        throw std::bad_alloc(); // nothing was done yet, and the loop says so
     const int ret_code =
         tessera_command(tesserad.modem, arguments.argc(), arguments.argv(), results.file,
                         &tesserad.reconfigure_requested, &tesserad.quit_requested);

@@ -109,7 +109,7 @@ void output_text(FILE *out, const char *key, const char *value, int mode, bool p
         return;
     write_pair(out, key, value, mode);
     if (push)
-        report_lost(push_text(infod_key(key).text, value));
+        report_lost(push_text(infod_key(key).text, value, push_goes_on));
 }
 
 void output_hex(FILE *out, const char *key, uint32_t value, int mode, bool push)
@@ -118,7 +118,7 @@ void output_hex(FILE *out, const char *key, uint32_t value, int mode, bool push)
     snprintf(text, sizeof(text), "0x%" PRIx32, value);
     write_pair(out, key, text, mode);
     if (push)
-        report_lost(push_long(infod_key(key).text, static_cast<long>(value)));
+        report_lost(push_long(infod_key(key).text, static_cast<long>(value), push_goes_on));
 }
 
 void output_longlong(FILE *out, const char *key, int64_t value, int mode, bool push)
@@ -127,7 +127,8 @@ void output_longlong(FILE *out, const char *key, int64_t value, int mode, bool p
     snprintf(text, sizeof(text), "%" PRId64, value);
     write_pair(out, key, text, mode);
     if (push)
-        report_lost(push_long(infod_key(key).text, static_cast<int32_t>(value & 0xFFFFFFFF)));
+        report_lost(
+            push_long(infod_key(key).text, static_cast<int32_t>(value & 0xFFFFFFFF), push_goes_on));
 }
 
 void output_ipv4(FILE *out, const char *key, const in_addr &address, int mode, bool push)

@@ -54,7 +54,7 @@ int publish_attached(cellmodem &modem, bool attached)
         return 0;
     const status_key key("attached");
     log_message(log_info, "%s -> %d", key.text, attached);
-    const int pushed = push_long(key.text, attached);
+    const int pushed = push_long(key.text, attached, push_fails);
     modem.attached = attached;
     if (pushed == 0)
         return 0;
@@ -71,7 +71,7 @@ static int publish_name(std::atomic<int> &field, int state, const char *name,
         return 0;
     const status_key key(name);
     log_message(log_info, "%s changed from %s -> %s", key.text, state_name(old), state_name(state));
-    const int pushed = push_text(key.text, state_name(state));
+    const int pushed = push_text(key.text, state_name(state), push_fails);
     field = state;
     if (pushed == 0)
         return 0;

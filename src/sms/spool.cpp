@@ -50,15 +50,6 @@ static int publish_file(const unique_fd &fd, const std::string &from, const std:
     return -1;
 }
 
-// Puts a new name on the disk as well: the modem forgets the message as soon as it is in the spool. A
-// file system that cannot do this does it in its own time.
-static void sync_directory(const char *path)
-{
-    const unique_fd fd(open(rooted(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (fd)
-        (void)fsync(fd.get());
-}
-
 // Removes a file and leaves errno alone.
 static void discard(const std::string &place)
 {
@@ -80,6 +71,16 @@ static int fill_beside(const std::string &name, const std::string &final_place,
         return 0;
     discard(hidden);
     return -1;
+}
+
+// A message is in its file before it gets its name; the name is the directory's, and is flushed with
+// it. The message is there either way, so a directory that cannot be flushed is no failure: read
+// again, the message would be there twice.
+static void flush_spool()
+{
+    const unique_fd fd(open(rooted(sms_spool_path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd || fsync(fd.get()) != 0)
+        log_message(log_warning, "Could not flush %s: %s", sms_spool_path, strerror(errno));
 }
 
 // 0, or -1 with errno; then the temporary file is still there.
@@ -136,7 +137,7 @@ int cellmodem_sms_writefile(const std::string &number, const std::string &text)
                     strerror(errno));
         return 0;
     }
-    sync_directory(sms_spool_path);
+    flush_spool();
     return 1;
 }
 

@@ -6,7 +6,10 @@
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 
+#include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <new>
 
 #include <gtest/gtest.h>
@@ -101,6 +104,44 @@ TEST(select, markers_choose_the_family)
         EXPECT_EQ(log.has("0 Failed to support"), row.failure != nullptr) << all;
         EXPECT_TRUE(!row.failure || log.count(std::string("0 ") + row.failure) == 1) << all;
     }
+}
+
+TEST(markers, a_file_or_a_directory_counts)
+{
+    const struct {
+        const char *path;
+        bool (*is_there)();
+    } rows[] = {
+        {"/var/run/.modem/cellmodem_is_external", cellmodem_is_external},
+        {"/var/run/.modem/cellmodem_is_gsm", cellmodem_is_gsm},
+        {"/var/run/.modem/cellmodem_is_cdma", cellmodem_is_cdma},
+        {"/var/run/.modem/cellmodem_is_lte", cellmodem_is_lte},
+    };
+    for (const auto &row : rows) {
+        const temp_root root;
+        const auto count = [&] {
+            return std::count_if(std::begin(rows), std::end(rows),
+                                 [](const auto &other) { return other.is_there(); });
+        };
+        EXPECT_EQ(count(), 0);
+        root.write(row.path, "");
+        EXPECT_TRUE(row.is_there()) << row.path;
+        EXPECT_EQ(count(), 1) << row.path;
+        std::filesystem::remove(root.place(row.path));
+        std::filesystem::create_directory(root.place(row.path));
+        EXPECT_TRUE(row.is_there()) << row.path;
+        EXPECT_EQ(count(), 1) << row.path;
+    }
+}
+
+TEST(holding, a_file_that_cannot_be_made_is_logged)
+{
+    const temp_root root;
+    const log_capture log;
+    std::filesystem::remove(root.place("/var/run/.modem"));
+    EXPECT_EQ(holding_create(), -1);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"300 Failed to create holding file: "
+                                                     "/var/run/.modem/.tessera_wait"}));
 }
 
 TEST(holding, a_dead_owner_does_not_hold)

@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -105,6 +106,23 @@ TEST_F(channel, requests_that_cannot_be_sent)
     EXPECT_STREQ(error, "Message is too long");
 }
 
+TEST_F(channel, a_server_that_is_gone_is_told_in_the_log_too)
+{
+    const log_capture log;
+    server.reset();
+    const char *request[] = {"tessera"};
+    EXPECT_EQ(cmdsock_send_request(client.get(), 1, request, error, sizeof(error)), -1);
+    EXPECT_STREQ(error, "Connection refused");
+    EXPECT_EQ(log.count("700 Could not send message to server: Connection refused"), 1);
+    int code = -1;
+    std::string results;
+    client.reset(open("/", O_RDONLY | O_DIRECTORY));
+    EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), -1);
+    EXPECT_EQ(log.count("700 Could not receive message from server: "
+                        "Socket operation on non-socket"),
+              1);
+}
+
 TEST_F(channel, only_the_owner_and_the_group_may_connect)
 {
     struct stat status;
@@ -148,6 +166,33 @@ TEST_F(channel, a_client_that_does_not_read_delays_nobody)
         sent++;
     EXPECT_LT(sent, 10000) << "the queue must fill and the send return";
     EXPECT_TRUE(log.has("it may have been terminated early"));
+    EXPECT_TRUE(log.has("400 A reply of 60027 bytes was not taken: "));
+    const std::string huge(10 << 20, 'x');
+    EXPECT_EQ(cmdsock_send_reply(server.get(), sender, 0, huge.c_str()), -1);
+    EXPECT_TRUE(log.has("400 A reply of 10485787 bytes is too long to be sent"));
+}
+
+// Unread replies count against the daemon's buffer, not against those who leave them unread.
+TEST_F(channel, clients_that_do_not_read_take_no_reply_from_others)
+{
+    const std::string text(7000, 'x');
+    std::vector<unique_fd> idle;
+    for (const char *path : {"/tmp/idle1", "/tmp/idle2", "/tmp/idle3"}) {
+        idle.push_back(cmdsock_client_open(path, cmdsock_path, error, sizeof(error)));
+        ASSERT_TRUE(idle.back()) << error;
+        for (int i = 0; i < 10; i++) {
+            cmdsock_sender sender;
+            argument_vector arguments;
+            ASSERT_EQ(send(idle.back().get(), "[]", 2, 0), 2);
+            ASSERT_EQ(cmdsock_recv_request(server.get(), sender, arguments), 0);
+            ASSERT_EQ(cmdsock_send_reply(server.get(), sender, 0, text.c_str()), 0) << path << i;
+        }
+    }
+    (void)ask({"tessera"}, 0, text.c_str());
+    int code = -1;
+    std::string results;
+    EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), 0) << error;
+    EXPECT_EQ(results, text);
 }
 
 TEST_F(channel, broken_replies)
@@ -172,6 +217,7 @@ TEST_F(channel, broken_replies)
 TEST(cmdsock, opening_says_what_is_wrong)
 {
     const temp_root root;
+    const log_capture log;
     char error[256] = "";
     EXPECT_FALSE(cmdsock_client_open("/tmp/c", cmdsock_path, error, sizeof(error)));
     EXPECT_STREQ(error, "socket /var/run/tessera.cmd: No such file or directory");
@@ -180,7 +226,11 @@ TEST(cmdsock, opening_says_what_is_wrong)
     const std::string deep = "/" + std::string(120, 'd');
     EXPECT_FALSE(cmdsock_client_open(deep.c_str(), cmdsock_path, error, sizeof(error)));
     EXPECT_EQ(error, "socket " + deep + ": File name too long");
-    const log_capture log;
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{
+                  "700 Unable to connect socket /var/run/tessera.cmd: No such file or directory",
+                  "700 Unable to bind socket /absent/c: No such file or directory",
+                  "700 Unable to open socket " + deep + ": File name too long"}));
     EXPECT_FALSE(cmdsock_server_open(deep.c_str()));
     EXPECT_EQ(log.count("300 Could not bind server socket to " + deep + ": File name too long"), 1);
     EXPECT_FALSE(cmdsock_server_open("/absent/socket"));

@@ -8,6 +8,9 @@
 #include "support/memory_stream.h"
 #include "support/temp_root.h"
 
+#include <fstream>
+#include <sstream>
+
 #include <gtest/gtest.h>
 
 using texts = std::vector<std::string>;
@@ -232,6 +235,79 @@ TEST_F(interpreter, every_failure_counts_as_it_should)
     EXPECT_TRUE(reconfigure) << "a modem told to reset needs its recovery whatever it said";
 }
 
+TEST_F(interpreter, the_log_tells_what_came_of_an_action)
+{
+    const struct {
+        texts arguments;
+        const char *slot;
+        texts success, failure;
+    } rows[] = {
+        {{"-i"}, "info", {}, {"300 Failed to get cellmodem info"}},
+        {{"-s"}, "status", {}, {"300 Failed to get cellmodem status"}},
+        {{"--get-sms"},
+         "getsms",
+         {"700 Getting SMS messages"},
+         {"700 Getting SMS messages", "300 Failed to get cellmodem SMS list"}},
+        {{"--modemask=1"}, "setsysselect", {}, {"300 Could not set system preference masks"}},
+        {{"--activate"}, "activate", {"700 Modem was successfully activated"}, {}},
+        {{"-r"}, "reset", {"600 Modem was successfully reset"}, {"300 Failed to reset modem"}},
+        {{"--rtn", "--msl=1"},
+         "rtn",
+         {"600 Modem successfully factory reset"},
+         {"300 Modem RTN failed"}},
+        {{"--send-sms=/m/1"},
+         "sendsms",
+         {"600 Sending text from file /m/1"},
+         {"600 Sending text from file /m/1"}},
+        // The families themselves say why these failed.
+        {{"-c", "1"}, "connect", {}, {}},
+        {{"--dip_connect", "--apn=a"}, "lte_connect", {}, {}},
+        {{"-d"}, "disconnect", {}, {}},
+        {{"--radio=on"}, "radio", {}, {}},
+        {{"-u", "LTE"}, "setrat", {}, {}},
+        {{"--region=1"}, "setregion", {}, {}},
+    };
+    for (const auto &row : rows) {
+        modem.results.clear();
+        (void)run(row.arguments);
+        EXPECT_EQ(log.lines(), row.success) << row.slot;
+        modem.results = {{row.slot, -1}};
+        (void)run(row.arguments);
+        EXPECT_EQ(log.lines(), row.failure) << row.slot;
+    }
+}
+
+TEST_F(interpreter, every_name_of_a_technology_has_its_number)
+{
+    const struct {
+        const char *name;
+        int number;
+    } rows[] = {{"AUTOMATIC", 0},
+                {"UMTS", 1},
+                {"GSM", 2},
+                {"GSM+UMTS", 5},
+                {"LTE", 6},
+                {"GSM+UMTS+LTE", 7},
+                {"CDMA", 9},
+                {"HRPD", 10},
+                {"CDMA+HRPD", 11},
+                {"CDMA+LTE", 12},
+                {"HRPD+LTE", 13},
+                {"CDMA+HRPD+LTE", 14},
+                {"CDMA+GSM+UMTS", 15},
+                {"UMTS+LTE", 17},
+                {"GSM+LTE", 18},
+                {"GSM-PREFERRED", 19},
+                {"CDMA+HRPD+GSM+UMTS+LTE", 8},
+                {"CDMA+HRPD+GSM+UMTS", 16}};
+    for (const auto &row : rows) {
+        EXPECT_EQ(run({"-u", row.name}), 0) << row.name;
+        EXPECT_EQ(modem.calls, texts{"setrat(" + std::to_string(row.number) + ")"}) << row.name;
+    }
+    for (const char *none : {"", "3", "GSM+", "GSM PREFERRED"})
+        EXPECT_EQ(run({"-u", none}), 1) << none;
+}
+
 TEST_F(interpreter, an_empty_slot_is_looked_at_before_its_arguments)
 {
     modem.record.slots = {};
@@ -283,6 +359,14 @@ TEST_F(interpreter, the_usage_is_printed_and_the_rest_still_runs)
     EXPECT_EQ(run({"-o", "word"}), 1);
     EXPECT_EQ(run({"-h", "-Z"}), 1);
     EXPECT_NE(output.find("usage: tessera", 1), std::string::npos) << "once for each";
+}
+
+TEST_F(interpreter, the_usage_is_as_ever)
+{
+    EXPECT_EQ(run({"-h"}), 1);
+    std::ostringstream golden;
+    golden << std::ifstream(TESSERA_TEST_DATA "/golden/usage.txt", std::ios::binary).rdbuf();
+    EXPECT_EQ(output, golden.str());
 }
 
 TEST_F(interpreter, verbose_stays)
@@ -370,9 +454,79 @@ TEST_F(two_holders, the_present_holder_needs_no_restart)
                                   "600 SIM slot is already: 0, nothing to do"}));
     EXPECT_EQ(modem.calls, texts{});
     EXPECT_FALSE(reconfigure);
-    dualsim.index_settable = false;
+    dualsim.failing = {"set_index"};
     EXPECT_EQ(run({"--sim=1"}), 1);
     EXPECT_EQ(modem.calls, texts{});
+}
+
+TEST_F(two_holders, what_fails_by_hand)
+{
+    const texts manual = {"600 Setting SIM autodetect mode to MANUAL...",
+                          "600 Manually selecting SIM slot: 1"};
+    const struct {
+        const char *failing;
+        texts lines;
+        int code;
+    } rows[] = {
+        {"get_index", texts{"300 Failed to determine current SIM slot"} + manual + restart_lines,
+         0},
+        {"get_mode",
+         texts{"300 Failed to determine current SIM selection mode"} + manual + restart_lines, 0},
+        {"set_mode",
+         texts{manual[0], "600 Failed to switch SIM mode to MANUAL", manual[1]} + restart_lines, 0},
+        {"set_index", manual, 1},
+    };
+    for (const auto &row : rows) {
+        dualsim.index = 0;
+        dualsim.failing = {row.failing};
+        EXPECT_EQ(run({"--sim=1"}), row.code) << row.failing;
+        EXPECT_EQ(log.lines(), row.lines);
+        EXPECT_EQ(dualsim.index, row.code == 0 ? 1 : 0) << row.failing;
+        EXPECT_EQ(reconfigure, row.code == 0) << row.failing;
+    }
+    dualsim.index = 0;
+    dualsim.failing.clear();
+    modem.results = {{"detach", -1}};
+    EXPECT_EQ(run({"--sim=1"}), 0);
+    EXPECT_EQ(log.count("300 Could not detach from modem"), 1);
+    EXPECT_EQ(dualsim.index, 1);
+    EXPECT_FALSE(holding_present());
+}
+
+TEST_F(two_holders, what_fails_in_automatic_mode)
+{
+    const texts first = {"600 Resetting autodetect SIM slot check..."};
+    const texts second = {"600 Setting selected SIM to AUTOMATIC"};
+    const texts third = {"600 Setting SIM autodetect mode to AUTOMATIC..."};
+    const struct {
+        const char *failing;
+        texts lines;
+        int code;
+        bool restarted;
+    } rows[] = {
+        {"reset_index",
+         first + texts{"300 Failed to reset the SIM index"} + second + third + restart_lines, 1,
+         true},
+        {"set_next_index",
+         first + second + texts{"600 No more SIM slots for autodetect to check"} + third, 0, false},
+        {"set_mode",
+         first + second + third + texts{"600 Failed to switch SIM mode to AUTO"} + restart_lines, 0,
+         true},
+    };
+    for (const auto &row : rows) {
+        dualsim.index = 0;
+        dualsim.mode = 1;
+        dualsim.failing = {row.failing};
+        EXPECT_EQ(run({"--sim=-1"}), row.code) << row.failing;
+        EXPECT_EQ(log.lines(), row.lines);
+        EXPECT_EQ(reconfigure, row.restarted) << row.failing;
+        EXPECT_EQ(modem.calls, row.restarted ? texts{"detach()"} : texts{}) << row.failing;
+    }
+    dualsim.mode = 1;
+    dualsim.failing = {"get_mode"};
+    EXPECT_EQ(run({"--sim=-1"}), 0) << "nobody knows that it was manual";
+    EXPECT_EQ(log.lines(), texts{"300 Failed to determine current SIM selection mode"} + third);
+    EXPECT_EQ(dualsim.mode, 2);
 }
 
 TEST_F(two_holders, a_reset_comes_before_the_choice)

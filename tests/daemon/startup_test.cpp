@@ -129,10 +129,10 @@ TEST_F(startup, the_walk_ends_at_a_sim_and_needs_automatic_mode)
     dualsim.mode = 1;
     EXPECT_EQ(tesserad_startup(), 0);
     EXPECT_EQ(log.count("600 Manual SIM selection, continuing"), 1);
-    dualsim.mode_readable = false;
+    dualsim.failing = {"get_mode"};
     EXPECT_EQ(tesserad_startup(), 0);
     EXPECT_EQ(log.count("600 Unable to determine current SIM selection mode"), 1);
-    dualsim.mode_readable = true;
+    dualsim.failing.clear();
     dualsim.mode = 2;
     fitted_slots.simispresent = nullptr;
     EXPECT_EQ(tesserad_startup(), 0);

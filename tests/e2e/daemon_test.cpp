@@ -3,7 +3,10 @@
 #include "support/appliance.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -41,6 +44,57 @@ TEST_F(daemon_life, a_second_instance_is_refused)
     reap(first);
     EXPECT_FALSE(std::filesystem::exists(root.place("/var/run/tesserad.pid")));
     EXPECT_FALSE(std::filesystem::exists(root.place("/var/lock/tesserad.lock")));
+}
+
+TEST_F(daemon_life, without_its_pid_file_it_does_not_start)
+{
+    std::filesystem::create_directory(root.place("/var/run/tesserad.pid"));
+    spawn_daemon();
+    EXPECT_EQ(wait_daemon(), 1);
+    EXPECT_EQ(count(daemon_log(), "Failed creating: pid file: Is a directory"), 1);
+    EXPECT_EQ(count(modem_log(), "> "), 0);
+}
+
+TEST_F(daemon_life, without_its_command_socket_it_ends_with_the_loops_status)
+{
+    std::filesystem::create_directories(root.place("/var/run/tessera.cmd/taken"));
+    spawn_daemon();
+    EXPECT_EQ(wait_daemon(), 255);
+    EXPECT_EQ(count(daemon_log(), "Failed to create server socket"), 1);
+    EXPECT_EQ(count(daemon_log(), "Failed to run infod service, exit: -1"), 1);
+    EXPECT_EQ(count(daemon_log(), "Service is exiting..."), 1);
+    EXPECT_FALSE(std::filesystem::exists(root.place("/var/run/tesserad.pid")));
+}
+
+// The init script in this root.
+TEST_F(daemon_life, the_init_script_stops_the_daemon_and_nobody_else)
+{
+    std::ostringstream text;
+    text << std::ifstream(TESSERA_TEST_DATA "/../../packaging/tesserad.init").rdbuf();
+    std::string script = text.str();
+    const std::string path = "=/var/run/tesserad.pid";
+    ASSERT_NE(script.find(path), script.npos);
+    script.replace(script.find(path) + 1, path.size() - 1, root.place("/var/run/tesserad.pid"));
+    root.write("/test/init", script);
+    const auto run = [&](const std::string &action) {
+        return std::system(("sh " + root.place("/test/init") + " " + action).c_str());
+    };
+    EXPECT_NE(run("status"), 0);
+    EXPECT_EQ(run("stop"), 0) << "stopped already";
+    start_daemon();
+    EXPECT_EQ(run("status"), 0);
+    // The id of a daemon that was killed may be another process's by now: here it is this test's.
+    const std::string pid = root.read("/var/run/tesserad.pid");
+    root.write("/var/run/tesserad.pid", std::to_string(getpid()) + "\n");
+    EXPECT_NE(run("status"), 0);
+    EXPECT_EQ(run("stop"), 0);
+    root.write("/var/run/tesserad.pid", "no number\n");
+    EXPECT_NE(run("status"), 0);
+    EXPECT_EQ(run("stop"), 0);
+    root.write("/var/run/tesserad.pid", pid);
+    EXPECT_TRUE(serves());
+    EXPECT_EQ(run("stop"), 0);
+    EXPECT_EQ(wait_daemon(), 255);
 }
 
 TEST_F(daemon_life, a_held_modem_is_not_touched)

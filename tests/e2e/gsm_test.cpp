@@ -46,6 +46,49 @@ TEST_F(gsm_appliance, without_notifications_the_cached_values_are_unknown)
     EXPECT_GE(count(daemon_log(), "Failed to get cellmodem status"), 1);
 }
 
+// ---- start-up
+
+TEST_F(gsm_appliance, start_up_tracks_as_the_configuration_says)
+{
+    const auto configure = [&](const std::string &enabled) {
+        root.write("/etc/config/config.xml",
+                   "<config><ports><total>3</total><port3><nmea><enabled>" + enabled +
+                       "</enabled><fixfreq>17</fixfreq></nmea></port3></ports></config>");
+    };
+    configure("on");
+    bring_up();
+    EXPECT_EQ(asked("SwiSetLbsPdTrack"), 0) << "no GPS, whatever is configured";
+    EXPECT_EQ(stop_daemon(SIGTERM), 255);
+    root.write("/var/run/.modem/cellmodem_has_gps", "");
+    start_daemon();
+    EXPECT_EQ(asked("SwiSetLbsPdTrack 24 1 255 100 1000 17"), 1);
+    EXPECT_EQ(stop_daemon(SIGTERM), 255);
+    configure("off");
+    start_daemon();
+    EXPECT_EQ(asked("SwiSetLbsPdTrack"), 1);
+    EXPECT_EQ(count(daemon_log(), "Could not enable"), 0);
+}
+
+TEST_F(gsm_appliance, start_up_goes_on_without_radio_gps_and_records)
+{
+    root.write("/var/run/.modem/cellmodem_has_gps", "");
+    root.write("/etc/config/config.xml", "<config><ports><total>3</total><port3><nmea>"
+                                         "<enabled>on</enabled></nmea></port3></ports></config>");
+    start_sim("gsm", R"({"faults": [
+        {"match": "SwiSetModemDisable", "do": "error", "text": "no", "count": 0},
+        {"match": "SwiSetLbsPdTrack", "do": "error", "text": "no", "count": 0},
+        {"match": "SwiGetSerialNumber", "do": "error", "text": "no", "count": 0},
+        {"match": "SwiGetRssiBer", "do": "error", "text": "no", "count": 0}]})");
+    start_daemon();
+    const std::string log = daemon_log();
+    const std::string start_up = log.substr(0, log.find("start time:"));
+    for (const char *line :
+         {"Could not enable modem", "Could not enable GPS",
+          "Failed to send cellmodem info to infod", "Failed to send cellmodem status to infod"})
+        EXPECT_EQ(count(start_up, line), 1) << line;
+    EXPECT_EQ(tessera({"--ping"}).code, 0);
+}
+
 // ---- operations that change the modem
 
 TEST_F(gsm_appliance, the_radio_is_switched_and_its_end_is_everybodys)
@@ -109,6 +152,7 @@ TEST_F(gsm_appliance, region_technology_and_tracking_are_set)
     EXPECT_EQ(tessera({"-g", "on", "-t", "7"}).code, 0);
     EXPECT_EQ(asked("SwiSetLbsPdTrack 24 1 255 100 1000 7"), 1);
     EXPECT_EQ(tessera({"-g", "on", "-t", "7"}).code, 0) << "on already";
+    EXPECT_EQ(tessera({"-g", "on", "-t", "-5"}).code, 1);
     EXPECT_EQ(tessera({"-g", "off"}).code, 0);
     EXPECT_EQ(asked("SwiSetLbsEndSession 8 0"), 2);
 }

@@ -5,6 +5,8 @@
 #include "support/log_capture.h"
 #include "support/memory_stream.h"
 
+#include <thread>
+
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
@@ -49,8 +51,9 @@ TEST(output, one_record_in_each_mode)
     EXPECT_EQ(infod.pushed,
               (std::vector<std::string>{
                   "text " + prefix + "text=a <b> & \x01\"c\"\t\xEF\xBF\xBF",
-                  "long " + prefix + "hex=3735928559", "long " + prefix + "big=0",
-                  "text " + prefix + "v4=10.1.2.3", "text " + prefix + "v6=2001:db8::1"}));
+                  "long " + prefix + "hex=" + std::to_string(static_cast<long>(0xDEADBEEF)),
+                  "long " + prefix + "big=0", "text " + prefix + "v4=10.1.2.3",
+                  "text " + prefix + "v6=2001:db8::1"}));
     EXPECT_EQ(infod.sessions_open, 0);
 }
 
@@ -123,6 +126,43 @@ TEST(state, a_change_is_pushed_once)
                                "600 " + prefix + "device-state changed from UNKNOWN -> RESPONDING",
                                "600 " + prefix + "session-state changed from UNKNOWN -> INVALID",
                                "600 " + prefix + "session-state changed from INVALID -> UNKNOWN"}));
+}
+
+TEST(output, a_session_without_a_handle_is_tried_by_records_only)
+{
+    fake_infod infod;
+    infod.handle = -1;
+    const log_capture log;
+    (void)write_record(output_lines);
+    EXPECT_EQ(infod.pushed.size(), 5u);
+    EXPECT_EQ(infod.sessions_open, 5) << "there is nothing to end";
+    EXPECT_EQ(log.lines(), std::vector<std::string>{});
+
+    infod.pushed.clear();
+    cellmodem modem;
+    EXPECT_EQ(publish_attached(modem, true), -1);
+    EXPECT_EQ(publish_device_state(modem, device_responding), -1);
+    EXPECT_EQ(infod.pushed, std::vector<std::string>{});
+    EXPECT_EQ(log.count("300 Failed to write new modem attached state to infod"), 1);
+    EXPECT_EQ(log.count("300 Failed to write new modem state to infod"), 1);
+    EXPECT_TRUE(modem.attached);
+}
+
+TEST(output, a_record_and_a_change_of_state_have_their_sessions_one_after_the_other)
+{
+    constexpr int rounds = 2000;
+    fake_infod infod;
+    log_capture log;
+    cellmodem modem;
+    std::thread notifications([&] {
+        for (int i = 0; i < rounds; i++)
+            (void)publish_session_state(modem, 1 + i % 2);
+    });
+    for (int i = 0; i < rounds / 5; i++)
+        (void)write_record(output_lines);
+    notifications.join();
+    EXPECT_EQ(infod.overlaps, 0);
+    EXPECT_EQ(infod.pushed.size(), size_t{2 * rounds});
 }
 
 TEST(state, a_failed_push_is_reported_and_remembered)

@@ -2,6 +2,7 @@
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -16,6 +17,29 @@ namespace fs = std::filesystem;
 using texts = std::vector<std::string>;
 
 static const std::string spool = "/var/spool/sms/incoming";
+
+// What was flushed when, and what was in the spool then: linked instead of the C library's.
+struct flush {
+    bool directory;
+    size_t messages;
+};
+
+static std::vector<flush> flushes;
+static std::string counted_directory;
+static int flush_errno;
+
+extern "C" int fsync(int fd)
+{
+    struct stat status;
+    fstat(fd, &status);
+    size_t messages = 0;
+    std::error_code ignored;
+    for ([[maybe_unused]] const auto &entry : fs::directory_iterator(counted_directory, ignored))
+        messages++;
+    flushes.push_back({S_ISDIR(status.st_mode), messages});
+    errno = flush_errno;
+    return flush_errno == 0 ? 0 : -1;
+}
 
 class sms_spool : public testing::Test
 {
@@ -62,6 +86,22 @@ TEST_F(sms_spool, a_message_becomes_a_file_for_everybody)
     EXPECT_EQ(log.lines(),
               (texts{"700 cellmodem_sms_writefile(/tmp/" + name + ", +6421555, Kia ora\n)",
                      "600 Received new SMS from +6421555 -> /var/spool/sms/incoming/" + name}));
+}
+
+TEST_F(sms_spool, a_message_outlives_a_power_cut_under_its_name)
+{
+    flushes.clear();
+    counted_directory = root.place(spool);
+    EXPECT_EQ(cellmodem_sms_writefile("1", "kept"), 1);
+    ASSERT_EQ(flushes.size(), 2u);
+    EXPECT_FALSE(flushes[0].directory);
+    EXPECT_EQ(flushes[0].messages, 0u) << "the text first";
+    EXPECT_TRUE(flushes[1].directory);
+    EXPECT_EQ(flushes[1].messages, 1u) << "then the name";
+    flush_errno = EIO;
+    EXPECT_EQ(cellmodem_sms_writefile("1", "lost"), 0);
+    flush_errno = 0;
+    EXPECT_EQ(names(spool).size(), 1u);
 }
 
 TEST_F(sms_spool, another_file_system_for_temporary_files_is_no_obstacle)

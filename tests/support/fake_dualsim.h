@@ -1,7 +1,8 @@
 // Two SIM holders in front of one modem, installed while it exists.
 #pragma once
 
-#include <vector>
+#include <set>
+#include <string>
 
 struct fake_dualsim {
     fake_dualsim();
@@ -11,6 +12,6 @@ struct fake_dualsim {
 
     int index = 0;
     int mode = 2;
-    bool mode_readable = true;
-    bool index_settable = true;
+    // The operations that fail, by the names of their slots.
+    std::set<std::string> failing;
 };

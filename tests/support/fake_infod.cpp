@@ -23,8 +23,9 @@ int infod_push_multiple_start(int *handle)
         errno = current->start_errno;
         return current->start_result;
     }
-    current->sessions_open++;
-    *handle = 3;
+    if (current->sessions_open++ > 0)
+        current->overlaps++;
+    *handle = current->handle;
     return 0;
 }
 

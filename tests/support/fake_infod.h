@@ -2,6 +2,7 @@
 // fails on demand. One at a time.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,8 @@ struct fake_infod {
     std::vector<std::string> pushed; // "text KEY=VALUE" or "long KEY=VALUE"
     int start_result = 0;            // what a session's start returns
     int start_errno = 0;
+    int handle = 3;     // what it stores
     int end_result = 0; // what its end returns
-    int sessions_open = 0;
+    std::atomic<int> sessions_open = 0;
+    std::atomic<int> overlaps = 0; // sessions that began within another one
 };

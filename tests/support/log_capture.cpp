@@ -8,10 +8,19 @@
 static std::mutex mutex;
 static std::vector<std::string> captured;
 
+static std::function<void(const std::string &)> listener;
+
 static void capture(int priority, const char *text)
 {
-    const std::lock_guard lock(mutex);
-    captured.push_back(std::to_string(priority) + " " + text);
+    const std::string line = std::to_string(priority) + " " + text;
+    std::function<void(const std::string &)> heard;
+    {
+        const std::lock_guard lock(mutex);
+        captured.push_back(line);
+        heard = listener;
+    }
+    if (heard)
+        heard(line);
 }
 
 log_capture::log_capture()
@@ -25,6 +34,13 @@ log_capture::~log_capture()
 {
     log_set_sink(nullptr);
     log_set_threshold(log_info);
+    on_line(nullptr);
+}
+
+void log_capture::on_line(std::function<void(const std::string &)> function)
+{
+    const std::lock_guard lock(mutex);
+    listener = std::move(function);
 }
 
 std::vector<std::string> log_capture::lines() const

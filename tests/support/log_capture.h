@@ -1,6 +1,7 @@
 // Collects the log lines of one test, all priorities, as "priority text".
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,4 +17,7 @@ public:
     [[nodiscard]] int count(const std::string &line) const; // how often exactly this line came
     [[nodiscard]] bool has(const std::string &part) const;  // whether some line holds this
     void clear();
+
+    // Called after each line, by the thread that logged it.
+    void on_line(std::function<void(const std::string &)> function);
 };

@@ -69,6 +69,10 @@ int sierra_gsm_reset(cellmodem &)
 int sierra_gsm_enablegps(cellmodem &, int fix_interval_s, int accuracy_m)
 {
     log_message(log_debug, "sierra_gsm_enablegps(%d, %d)", fix_interval_s, accuracy_m);
+    if (fix_interval_s < 0) {
+        log_message(log_error, "The time between fixes is negative: %d", fix_interval_s);
+        return -1;
+    }
     swi_track_request request;
     request.accuracy_m = static_cast<uint32_t>(accuracy_m);
     request.fix_interval_s = static_cast<uint32_t>(fix_interval_s);

@@ -4,6 +4,7 @@
 
 #include "platform/infod.h"
 
+#include "platform/clock.h"
 #include "platform/paths.h"
 
 #include <cerrno>
@@ -14,8 +15,9 @@
 #include <sys/stat.h>
 
 constexpr const char *store_path = "/var/run/infod.db";
-constexpr int busy_timeout_ms =
-    20; // per value, and a record has many: a locked store must not stall
+// Per value, and a record has many: a locked store must not stall the daemon.
+constexpr int busy_tries_max = 10;
+constexpr int busy_pause_us = 2000;
 constexpr int the_handle = 1;
 
 enum store_statement { begin_session, push_value, end_session, abandon_session, statement_count };
@@ -46,6 +48,16 @@ static void close_store()
     store.db = nullptr;
 }
 
+// Whether a statement that met another program's lock is tried again. The short waits of a record's
+// values add up, so there are none once the daemon was told to end.
+static int try_again(void *, int tries)
+{
+    if (tries >= busy_tries_max || clock_stopped())
+        return 0;
+    clock_pause_us(busy_pause_us);
+    return 1;
+}
+
 static int prepare_store()
 {
     constexpr const char *setup = "PRAGMA journal_mode = WAL;"
@@ -54,7 +66,7 @@ static int prepare_store()
                                   "PRAGMA wal_autocheckpoint = 64;"
                                   "CREATE TABLE IF NOT EXISTS info("
                                   "key TEXT PRIMARY KEY, kind TEXT, value, updated INTEGER)";
-    sqlite3_busy_timeout(store.db, busy_timeout_ms);
+    sqlite3_busy_handler(store.db, try_again, nullptr);
     if (sqlite3_exec(store.db, setup, nullptr, nullptr, nullptr) != SQLITE_OK)
         return -1;
     for (int i = 0; i < statement_count; i++)

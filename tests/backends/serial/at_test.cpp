@@ -5,12 +5,27 @@
 #include "support/pty_modem.h"
 #include "support/temp_root.h"
 
+#include <cerrno>
 #include <cstdlib>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <termios.h>
 #include <unistd.h>
+
+// The C library's, with a switch: no terminal that can be opened refuses to tell its settings.
+static bool settings_unreadable;
+
+extern "C" int tcgetattr(int fd, termios *settings) noexcept
+{
+    if (settings_unreadable) {
+        errno = EIO;
+        return -1;
+    }
+    using function = int (*)(int, termios *);
+    return reinterpret_cast<function>(dlsym(RTLD_NEXT, "tcgetattr"))(fd, settings);
+}
 
 class at_exchange : public testing::Test
 {
@@ -93,6 +108,25 @@ TEST_F(at_exchange, opening_says_what_is_wrong)
     EXPECT_FALSE(at_port().fd);
 }
 
+TEST_F(at_exchange, a_port_whose_settings_are_unknown_could_not_be_given_back)
+{
+    pty_modem modem(root, {});
+    settings_unreadable = true;
+    EXPECT_EQ(port_open(at_port()), -1);
+    settings_unreadable = false;
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"0 Old termios failed: /dev/cellcommand01 (5)"
+                                                     " Input/output error"}));
+    EXPECT_FALSE(at_port().fd);
+}
+
+TEST_F(at_exchange, a_port_that_cannot_be_read_answers_nothing)
+{
+    at_port().fd.reset(open("/", O_RDONLY | O_DIRECTORY)); // always readable, never read
+    EXPECT_EQ(at_read(1), std::nullopt);
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{"300 Read Error on /dev/cellcommand01: Is a directory: "}));
+}
+
 TEST_F(at_exchange, the_port_is_given_back_as_it_was)
 {
     pty_modem modem(root, {});
@@ -138,8 +172,10 @@ TEST(at, the_first_capture_group_is_extracted)
     EXPECT_EQ(at_extract(text, "ESN: (\\w+)", &start, &length), 1);
     EXPECT_EQ(at_extract(text, "Model: \\w+", &start, &length), 1);
     EXPECT_EQ(at_extract(text, "Model: (\\w+", &start, &length), 1);
+    EXPECT_EQ(at_extract(text, "(*LIMIT_MATCH=1)(\\w+)+[!?]", &start, &length), 1);
     EXPECT_EQ(log.lines(),
               (std::vector<std::string>{"0 No match found in text", "0 No Captures Found",
                                         "0 Could not compile RE: offset 11, error missing closing "
-                                        "parenthesis"}));
+                                        "parenthesis",
+                                        "0 Match error -47"}));
 }

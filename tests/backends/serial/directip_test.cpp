@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 using texts = std::vector<std::string>;
 
@@ -257,6 +258,17 @@ TEST_F(directip, a_port_that_is_hung_up_answers_nothing)
     EXPECT_TRUE(log.has("0 Did not get response from modem"));
     EXPECT_TRUE(log.has("0 Could not query radio"));
     EXPECT_TRUE(log.has("0 Could not set APN to a"));
+}
+
+TEST_F(directip, a_port_that_cannot_be_closed_stays_attached)
+{
+    attach({});
+    close(at_port().fd.get()); // behind its owner's back
+    EXPECT_EQ(modem.slots.detach(modem), -1);
+    EXPECT_EQ(log.count("300 Failed to close: /dev/cellcommand01"), 1);
+    EXPECT_TRUE(modem.attached);
+    EXPECT_EQ(modem.slots.detach(modem), 0) << "it is closed all the same";
+    EXPECT_FALSE(modem.attached);
 }
 
 TEST_F(directip, a_late_answer_is_not_taken_for_the_next)

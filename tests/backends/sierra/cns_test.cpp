@@ -7,6 +7,7 @@
 #include "platform/log.h"
 #include "support/fake_infod.h"
 #include "support/swi_fixture.h"
+#include "swi/api_state.h"
 
 #include <filesystem>
 
@@ -130,6 +131,18 @@ TEST_F(cns, ping_publishes_whether_the_modem_answers)
     EXPECT_TRUE(log.has("400 Failed to ping sierra wireless modem: 153"));
     EXPECT_EQ(infod.pushed.back(),
               "text config.cellmodem.tessera.status.device-state=UNRESPONSIVE");
+}
+
+TEST_F(cns, a_request_that_is_not_for_this_technology_says_nothing_against_the_modem)
+{
+    fake_swi_server server;
+    ASSERT_EQ(open_api(), swi_ok);
+    swi_api.technology = ~uint32_t{swi_any_modem};
+    swi_number esn;
+    ASSERT_EQ(swi_get_esn(esn, timeout_ms), swi_not_applicable);
+    EXPECT_EQ(sierra_cns_ping(modem), 0);
+    EXPECT_EQ(modem.device_state, device_responding);
+    EXPECT_FALSE(log.has("Failed to ping"));
 }
 
 TEST_F(cns, a_session_whose_server_died_is_restored_below)

@@ -7,6 +7,9 @@
 #include "support/sierra_fixture.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
 class gsm_modem : public sierra_fixture
 {
@@ -38,6 +41,19 @@ TEST_F(gsm_modem, attach_enables_eight_notifications_in_order)
     attach();
     EXPECT_TRUE(log.has("600 Sierra CnS back-end may only be started once"));
     EXPECT_EQ(server.enabled().size(), 16u);
+}
+
+TEST_F(gsm_modem, attach_needs_the_server_program)
+{
+    std::filesystem::remove(root.place("/bin/swisdk"));
+    EXPECT_EQ(modem->slots.attach(*modem), -1);
+    EXPECT_EQ(log.count("0 No such file: /bin/swisdk"), 1);
+    EXPECT_EQ(log.count("0 Failed to start swisdk."), 1);
+    EXPECT_FALSE(modem->attached);
+    EXPECT_TRUE(server.requests().empty());
+    install_program();
+    attach();
+    EXPECT_TRUE(modem->attached);
 }
 
 TEST_F(gsm_modem, attach_fails_with_the_first_notification_that_is_refused)
@@ -373,6 +389,10 @@ TEST_F(gsm_modem, tracking_that_is_on_or_off_already_is_no_failure)
     with_result(swi_object_lbs_pd_track, 1062);
     EXPECT_EQ(modem->slots.enablegps(*modem, 5, 100), -1);
     EXPECT_TRUE(log.has("300 SwiSetLbsPdTrack failed: 1062"));
+    const size_t asked = server.requests().size();
+    EXPECT_EQ(modem->slots.enablegps(*modem, -5, 100), -1) << "4294967291 seconds to the modem";
+    EXPECT_EQ(log.count("300 The time between fixes is negative: -5"), 1);
+    EXPECT_EQ(server.requests().size(), asked);
     with_result(swi_object_lbs_end_session, 1062);
     EXPECT_EQ(modem->slots.disablegps(*modem), 0);
     EXPECT_TRUE(log.has("700 SwiSetLbsPdTrack failed: GPS already disabled"));
@@ -518,6 +538,40 @@ TEST_F(gsm_modem, before_any_notification_the_cached_values_are_unknown)
     EXPECT_EQ(out.text().find("ecio"), std::string::npos) << "no cells";
     EXPECT_EQ(out.text().find("current-bands"), std::string::npos) << "no bands";
     EXPECT_TRUE(log.has("700 No entries in MSISDN Phone book"));
+}
+
+TEST(gsm_names, every_code_reads_as_it_always_has)
+{
+    const struct {
+        const char *key;
+        const name_table &table;
+    } tables[] = {
+        {"sim-status", gsm_sim_status_names},
+        {"sim-lock", gsm_sim_lock_names},
+        {"network-status", gsm_network_status_names},
+        {"service-status", gsm_service_status_names},
+        {"system-mode", gsm_system_mode_names},
+        {"modem-status", gsm_modem_status_names},
+        {"service-type", gsm_service_type_names},
+        {"roaming-status", gsm_roaming_names},
+        {"band", gsm_band_type_names},
+        {"current-bands", gsm_radio_band_names},
+        {"region", gsm_region_names},
+    };
+    std::ostringstream all;
+    for (const auto &[key, table] : tables) {
+        for (uint32_t code = 0; code <= 65536; code++) {
+            const std::string name = name_of(table, code);
+            const std::string number = table.print == other_code::text ? "" : std::to_string(code);
+            if (name != table.other + number)
+                all << key << " " << code << " " << name << "\n";
+        }
+        for (const uint32_t other : {77777u, UINT32_MAX})
+            all << key << " " << other << " " << name_of(table, other) << "\n";
+    }
+    std::ostringstream golden;
+    golden << std::ifstream(TESSERA_TEST_DATA "/golden/gsm-names.txt", std::ios::binary).rdbuf();
+    EXPECT_EQ(all.str(), golden.str());
 }
 
 TEST(gsm_names, the_two_status_tables_differ_in_their_rows)
