@@ -23,6 +23,7 @@ constexpr uint8_t encoding_ia5 = 3;
 constexpr uint8_t encoding_utf16 = 4;
 constexpr uint8_t encoding_utf16_too = 8;
 constexpr uint8_t format_utf16 = 6;
+constexpr size_t element_max = 5;
 constexpr size_t number_max = 17;
 constexpr uint32_t references = 50;
 constexpr uint64_t announced_max = 1000; // more messages than any of these modems stores
@@ -73,32 +74,27 @@ static std::string message_text(swi_sms_message &message)
 
 // ---- received messages
 
-static void write_message(FILE *out, int mode, const char *element, const swi_sms_message &message,
+static void write_message(FILE *out, int mode, const std::string &element, uint32_t id,
                           const std::string &sender, const std::string &text)
 {
-    char key[12]; // an element's name has five characters at most
-    const auto key_of = [&](const char *what) {
-        snprintf(key, sizeof(key), "%s-%s", element, what);
-        return key;
-    };
     if (mode == output_xml)
-        fprintf(out, "<%s>\n", element);
-    output_longlong(out, key_of("id"), message.id, mode, false);
-    output_text(out, key_of("phone"), sender.c_str(), mode, false);
-    output_text(out, key_of("text"), text.c_str(), mode, false);
+        fprintf(out, "<%s>\n", element.c_str());
+    output_longlong(out, (element + "-id").c_str(), id, mode, false);
+    output_text(out, (element + "-phone").c_str(), sender.c_str(), mode, false);
+    output_text(out, (element + "-text").c_str(), text.c_str(), mode, false);
     if (mode == output_xml)
-        fprintf(out, "</%s>\n", element);
+        fprintf(out, "</%s>\n", element.c_str());
 }
 
 static void take_message(FILE *out, int mode, unsigned number, swi_sms_message &message)
 {
     if (message.status > 7 || (accepted_statuses >> message.status & 1) == 0)
         return;
-    char element[6]; // from the hundredth message on the names are cut
-    snprintf(element, sizeof(element), "sms%u", number);
+    // Readers know five characters of a name: from the hundredth message on they come again.
+    const std::string element = ("sms" + std::to_string(number)).substr(0, element_max);
     const std::string sender = text_from_bytes(message.sender);
     const std::string text = message_text(message);
-    write_message(out, mode, element, message, sender, text);
+    write_message(out, mode, element, message.id, sender, text);
     if (cellmodem_sms_writefile(sender, text) != 1)
         log_message(log_error, "Failed to write sms");
 }
