@@ -258,6 +258,12 @@ TEST_F(qmi_link, a_name_left_over_and_a_place_that_is_too_deep)
     EXPECT_TRUE(log.has("File name too long"));
 }
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool freed_memory_is_kept = true; // by the sanitizer, to see who still uses it
+#else
+constexpr bool freed_memory_is_kept = false;
+#endif
+
 static long resident_pages()
 {
     long size = 0;
@@ -285,7 +291,8 @@ TEST_F(qmi_link, ten_thousand_requests_without_growth)
         if (i % 100 == 0)
             (void)qmuxd.requests();
     }
-    EXPECT_LT(resident_pages() - before, 256) << "pages";
+    if (!freed_memory_is_kept)
+        EXPECT_LT(resident_pages() - before, 256) << "pages";
     EXPECT_EQ(descriptors(), open_before);
 }
 
