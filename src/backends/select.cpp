@@ -12,8 +12,7 @@
 
 #include <algorithm>
 
-// A family is fitted when its markers exist; the first row that says so decides. A row without an
-// initialisation is a family that this build knows but cannot drive.
+// A family is fitted when its markers exist; the first row that says so decides.
 struct family {
     const char *marker;
     const char *second_marker; // null: the first one is enough
@@ -42,7 +41,7 @@ int cellmodem_select(cellmodem &modem)
         modem.release(modem);
         modem.release = nullptr;
     }
-    if (!fitted->init || fitted->init(modem) != 0) {
+    if (fitted->init(modem) != 0) {
         log_message(log_fatal, "%s", fitted->failure);
         return -1;
     }
