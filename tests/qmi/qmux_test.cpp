@@ -144,7 +144,7 @@ TEST(tlv, values_are_found_whatever_their_order)
     EXPECT_EQ(tlv_read_result(row, result), 0);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.error, 12);
-    for (size_t cut : {1, 2, 4, 14}) {
+    for (size_t cut : {1u, 2u, 4u, 14u}) {
         EXPECT_EQ(tlv_check(std::span(row).first(cut)), -1) << cut;
         EXPECT_FALSE(tlv_find(std::span(row).first(cut), 0x01));
     }
