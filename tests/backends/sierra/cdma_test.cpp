@@ -360,6 +360,7 @@ TEST_F(cdma_modem, an_activation_clears_the_home_network_and_commits)
     answer_record(swi_op_pst_get_home_sid_nid, swi_home_sid_nid{0, 4242, 42});
     EXPECT_EQ(printed_by([&] { EXPECT_EQ(activate(), 0); }), "");
     EXPECT_TRUE(log.has("600 Successfully activated modem"));
+    EXPECT_FALSE(log.has("700 SwiPstLock() rv")) << "that is the factory reset's";
     EXPECT_EQ(requests_of(swi_op_pst_unlock).at(0).parameters, (packet{0x40, 0xE2, 1, 0}));
     packet mdn = {0, '5', '5', '5', '0', '1', '0', '0', '0', '0', '1'};
     mdn.resize(33);
@@ -449,12 +450,14 @@ TEST_F(cdma_modem, an_msl_is_a_number_with_anything_behind_it)
                     static_cast<uint8_t>(row.sent >> 16), static_cast<uint8_t>(row.sent >> 24)}))
             << row.text;
     }
+    const std::string nines(400, '9');
     const struct {
         const char *text;
         int result;
     } bad[] = {{"99999999999", INT32_MAX},
                {"2147483647", INT32_MAX},
                {"99999999999999999999999x", INT32_MAX},
+               {nines.c_str(), INT32_MAX},
                {"-2147483648", INT32_MIN},
                {"-99999999999999999999999", INT32_MIN}};
     const size_t asked = server.requests().size();
