@@ -66,7 +66,7 @@ struct cellmodem_slots {
     int (*disablegps)(cellmodem &) = nullptr;
     int (*setrat)(cellmodem &, int rat) = nullptr;
     int (*setregion)(cellmodem &, uint8_t region, const char *unlock_password) = nullptr;
-    int (*rtn)(cellmodem &, const char *msl) = nullptr;
+    int (*rtn)(cellmodem &, const char *msl) = nullptr; // nonzero: the failed step's own number
     // A null argument leaves that preference as it is.
     int (*setsysselect)(cellmodem &, const uint32_t *mode_mask, const uint64_t *band_mask,
                         const uint64_t *lte_band_mask, const char *acquisition_order) = nullptr;

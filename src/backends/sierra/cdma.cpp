@@ -19,12 +19,13 @@ cdma_family cdma;
 static void on_connecting(cellmodem &, const swi_notification &)
 {
     log_message(log_debug, "Sierra Wireless CDMA data call connecting");
+    cdma_call_connecting();
 }
 
 static void on_connected(cellmodem &modem, const swi_notification &)
 {
     log_message(log_debug, "Sierra Wireless CDMA data call connected");
-    cdma_follow_call(modem);
+    cdma_call_connected(modem);
 }
 
 static void on_incoming(cellmodem &, const swi_notification &)
@@ -41,7 +42,7 @@ static void on_caller_id(cellmodem &, const swi_notification &notification)
 static void on_disconnected(cellmodem &modem, const swi_notification &)
 {
     log_message(log_debug, "Sierra Wireless CDMA data call disconnected");
-    cdma_follow_call(modem);
+    cdma_call_disconnected(modem);
 }
 
 static void on_call_error(cellmodem &, const swi_notification &notification)

@@ -15,20 +15,43 @@ constexpr uint32_t call_type_data = 257;
 // Two threads look for the interface. Whoever looked last must also publish last.
 static struct {
     std::mutex mutex;
-    unsigned times_followed = 0;
+    bool begun = false;   // the call that is being placed was notified to connect
+    bool settled = false; // what became of it is published already
 } call;
 
 void cdma_follow_call(cellmodem &modem)
 {
     const std::lock_guard lock(call.mutex);
-    call.times_followed++;
     (void)sierra_cns_find_ppp_interface(modem);
 }
 
-static unsigned times_followed()
+void cdma_call_connecting()
 {
     const std::lock_guard lock(call.mutex);
-    return call.times_followed;
+    call.begun = true;
+}
+
+// A call without its interface is still on its way.
+void cdma_call_connected(cellmodem &modem)
+{
+    const std::lock_guard lock(call.mutex);
+    if (sierra_cns_find_ppp_interface(modem) == 0)
+        call.settled = true;
+}
+
+// The end of a call that was not seen to begin is that of an earlier one.
+void cdma_call_disconnected(cellmodem &modem)
+{
+    const std::lock_guard lock(call.mutex);
+    (void)sierra_cns_find_ppp_interface(modem);
+    call.settled = call.settled || call.begun;
+}
+
+static void expect_call()
+{
+    const std::lock_guard lock(call.mutex);
+    call.begun = false;
+    call.settled = false;
 }
 
 int sierra_cdma_connect(cellmodem &modem, const char *number, bool voice)
@@ -43,7 +66,7 @@ int sierra_cdma_connect(cellmodem &modem, const char *number, bool voice)
     }
     if (sierra_cns_enable_call_notifications() != 0)
         return -1;
-    const unsigned before = times_followed();
+    expect_call();
     const int result = swi_set_call_originate(request, sierra_timeout_ms);
     if (result != swi_ok) {
         log_message(log_error, "SwiSetCallOriginateCmd failed: %d", result);
@@ -52,7 +75,7 @@ int sierra_cdma_connect(cellmodem &modem, const char *number, bool voice)
     }
     // A quick call is up, or over, before its command returns.
     const std::lock_guard lock(call.mutex);
-    if (call.times_followed == before)
+    if (!call.settled)
         (void)publish_session_state(modem, session_connecting);
     return 0;
 }

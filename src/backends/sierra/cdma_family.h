@@ -37,6 +37,11 @@ int sierra_cdma_connect(cellmodem &modem, const char *number, bool voice);
 int sierra_cdma_disconnect(cellmodem &modem);
 // Publishes whether the data call is up. Of both threads.
 void cdma_follow_call(cellmodem &modem);
+// What the notification thread hears of a call; the last two publish whether it is up. A call may be
+// up, or over, before the command that placed it returns.
+void cdma_call_connecting();
+void cdma_call_connected(cellmodem &modem);
+void cdma_call_disconnected(cellmodem &modem);
 
 // cdma_provision.cpp
 int sierra_cdma_activate(cellmodem &modem, const char *msl, const char *mdn, const char *msid);

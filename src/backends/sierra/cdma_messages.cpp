@@ -28,6 +28,7 @@ constexpr size_t number_max = 17;
 constexpr uint32_t references = 50;
 constexpr uint64_t announced_max = 1000; // more messages than any of these modems stores
 constexpr uint64_t arrivals_max = 32;    // that come while a list is read
+constexpr unsigned unanswered_max = 2;   // each holds everybody up for a minute
 
 // ---- texts
 
@@ -99,7 +100,8 @@ static void take_message(FILE *out, int mode, unsigned number, swi_sms_message &
         log_message(log_error, "Failed to write sms");
 }
 
-// Reads the next message. `more` becomes what the modem says of further ones, where it says so.
+// Reads the next message: a swi_result, logged unless it is swi_ok. `more` becomes what the modem says
+// of further ones, where it says so.
 static int read_next(swi_sms_message &message, bool &more)
 {
     message = {};
@@ -109,35 +111,36 @@ static int read_next(swi_sms_message &message, bool &more)
     if (result == swi_small_buffer ||
         (result == swi_ok && message.text_bytes > sizeof(message.text))) {
         log_message(log_error, "Message size exceeds buffer limit: %d bytes", message.text_bytes);
-        return -1;
+        return swi_small_buffer;
     }
-    if (result == swi_ok)
-        return 0;
-    log_message(log_error, "Error reading messages from modem: %d", result);
-    // Each further one would hold everybody up for a minute.
-    if (result == swi_no_response || result == swi_modem_timeout)
-        more = false;
-    return -1;
+    if (result != swi_ok)
+        log_message(log_error, "Error reading messages from modem: %d", result);
+    return result;
 }
 
 // Lists messages as long as the modem has more. Errors end nothing: there may be a good message
-// behind each. But a modem that knows nothing else is left when each of those it announced was tried.
+// behind each. But a modem that knows nothing else is left when each of those it announced was tried,
+// and one that has fallen silent sooner.
 static void list_messages(FILE *out, int mode, uint64_t announced)
 {
     bool more = announced > 0;
     uint64_t errors_left = std::min(announced, announced_max);
     const uint64_t reads_max = errors_left + arrivals_max;
+    unsigned unanswered = 0;
     swi_sms_message message;
     for (unsigned number = 1; more && !clock_stopped(); number++) {
-        if (errors_left == 0 || number > reads_max) {
+        if (errors_left == 0 || number > reads_max || unanswered == unanswered_max) {
             log_message(log_error, "Giving up on the modem's messages after %u of them",
                         number - 1);
             return;
         }
-        if (read_next(message, more) == 0)
+        const int result = read_next(message, more);
+        if (result == swi_ok)
             take_message(out, mode, number, message);
         else
             errors_left--;
+        if (result == swi_no_response || result == swi_modem_timeout)
+            unanswered++;
     }
 }
 

@@ -8,7 +8,6 @@
 #include "swi/calls.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -37,16 +36,18 @@ constexpr missing_item missing_items[] = {
      "NAM profile not provisioned in the right order"},
 };
 
-// Logs a failure and prints it.
+// Logs a failure and prints it, whatever a user's text makes its length.
 __attribute__((format(printf, 1, 2))) static void report(const char *format, ...)
 {
-    char text[256];
-    va_list arguments;
+    va_list arguments, again;
     va_start(arguments, format);
-    vsnprintf(text, sizeof(text), format, arguments);
+    va_copy(again, arguments);
+    std::string text(static_cast<size_t>(std::max(0, vsnprintf(nullptr, 0, format, arguments))), 0);
+    vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
     va_end(arguments);
-    log_message(log_error, "%s", text);
-    fprintf(stderr, "%s\n", text);
+    log_message(log_error, "%s", text.c_str());
+    fprintf(stderr, "%s\n", text.c_str());
 }
 
 // Reads the master subsidy lock as a number; what follows the digits is not looked at. A number that
@@ -69,10 +70,7 @@ static int unlock(int32_t msl)
 static int lock(swi_lock_result &lock)
 {
     lock = {};
-    const int result = swi_pst_lock(lock_and_commit, lock, provisioning_timeout_ms);
-    log_message(log_debug, "SwiPstLock() rv: %d lockrv: %d lockrv2: %d", result,
-                static_cast<int>(lock.result), lock.missing);
-    return result;
+    return swi_pst_lock(lock_and_commit, lock, provisioning_timeout_ms);
 }
 
 // ---- activation
@@ -179,6 +177,8 @@ static int commit()
     log_message(log_info, "Locking Sierra Wireless CDMA modem and commiting changes");
     swi_lock_result locked;
     const int result = lock(locked);
+    log_message(log_debug, "SwiPstLock() rv: %d lockrv: %d lockrv2: %d", result,
+                static_cast<int>(locked.result), locked.missing);
     if (result != swi_ok)
         return result;
     if (locked.result == lock_committed)

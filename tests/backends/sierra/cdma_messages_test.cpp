@@ -271,13 +271,25 @@ TEST_F(cdma_messages, of_a_modem_that_only_errs_are_given_up_after_the_announced
         << "a few may come while the list is read";
 }
 
-TEST_F(cdma_messages, of_a_silent_modem_are_not_waited_for_one_by_one)
+TEST_F(cdma_messages, behind_one_lost_answer_are_read_but_not_of_a_silent_modem)
 {
+    stored lost;
+    lost.status = swi_status_timeout;
+    store({message("one"), lost, message("three")});
+    EXPECT_EQ(list(), "sms-count 3\nsms1-id 7\nsms1-phone 5550100099\nsms1-text one\n"
+                      "sms3-id 7\nsms3-phone 5550100099\nsms3-text three\n");
+    EXPECT_EQ(log.count("300 Error reading messages from modem: 7"), 1);
+    store({message("one"), lost, message("three"), lost, message("five")});
+    EXPECT_EQ(list().find("sms5"), std::string::npos);
+    EXPECT_EQ(log.count("300 Giving up on the modem's messages after 4 of them"), 1);
+
+    const size_t asked = requests_of(swi_op_read_sms).size();
     store(std::vector<stored>(5, message("x")));
     keep_silent(swi_object_sms_read, true);
     EXPECT_EQ(list(output_xml), "<sms-list>\n\t<sms-count>5</sms-count>\n</sms-list>\n");
-    EXPECT_EQ(requests_of(swi_op_read_sms).size(), 1u);
-    EXPECT_EQ(log.count("300 Error reading messages from modem: 153"), 1);
+    EXPECT_EQ(requests_of(swi_op_read_sms).size(), asked + 2);
+    EXPECT_EQ(log.count("300 Error reading messages from modem: 153"), 2);
+    EXPECT_EQ(log.count("300 Giving up on the modem's messages after 2 of them"), 1);
 }
 
 TEST_F(cdma_messages, that_cannot_be_spooled_are_listed_all_the_same)

@@ -319,17 +319,36 @@ TEST_F(cdma_modem, a_call_that_cannot_be_listened_for_is_not_placed)
     EXPECT_EQ(modem->slots.connect(*modem, std::string(32, '1').c_str(), false), 0);
 }
 
-TEST_F(cdma_modem, a_call_that_is_up_before_its_command_returns_stays_connected)
+TEST_F(cdma_modem, a_call_is_connecting_unless_it_is_up_or_over_before_its_command_returns)
 {
     attach();
-    answer_operation(swi_op_set_call_originate, [&](const fake_request &request) {
-        data_interface(true);
-        server.notify(notification(1008, {}));
-        wait_for([&] { return modem->session_state == session_connected; });
-        return respond(request, swi_status_ok);
-    });
-    EXPECT_EQ(modem->slots.connect(*modem, "#777", false), 0);
-    EXPECT_EQ(modem->session_state, session_connected);
+    const struct {
+        std::vector<uint32_t> notified; // before the command returns
+        bool interface_up;
+        int state;
+    } rows[] = {
+        {{1007}, false, session_connecting},
+        {{1008}, false, session_connecting}, // the interface comes later
+        {{1008}, true, session_connected},
+        {{1012}, false, session_connecting}, // an earlier call's end
+        {{1007, 1012}, false, session_disconnected},
+        {{1007, 1008, 1012}, false, session_disconnected},
+    };
+    for (const auto &row : rows) {
+        modem->session_state = session_unknown;
+        data_interface(row.interface_up);
+        log.clear();
+        answer_operation(swi_op_set_call_originate, [&](const fake_request &request) {
+            for (const uint32_t type : row.notified)
+                server.notify(notification(type, {}));
+            server.notify(notification(1050, {}));
+            wait_for([&] { return log.has("700 Unhandled notification: 1050"); });
+            return respond(request, swi_status_ok);
+        });
+        EXPECT_EQ(modem->slots.connect(*modem, "#777", false), 0);
+        EXPECT_EQ(modem->session_state, row.state)
+            << row.notified.front() << " and " << row.notified.size() - 1 << " more";
+    }
 }
 
 // ---- activation
@@ -341,6 +360,7 @@ TEST_F(cdma_modem, an_activation_clears_the_home_network_and_commits)
     answer_record(swi_op_pst_get_home_sid_nid, swi_home_sid_nid{0, 4242, 42});
     EXPECT_EQ(printed_by([&] { EXPECT_EQ(activate(), 0); }), "");
     EXPECT_TRUE(log.has("600 Successfully activated modem"));
+    EXPECT_FALSE(log.has("700 SwiPstLock() rv")) << "that is the factory reset's";
     EXPECT_EQ(requests_of(swi_op_pst_unlock).at(0).parameters, (packet{0x40, 0xE2, 1, 0}));
     packet mdn = {0, '5', '5', '5', '0', '1', '0', '0', '0', '0', '1'};
     mdn.resize(33);
@@ -430,12 +450,14 @@ TEST_F(cdma_modem, an_msl_is_a_number_with_anything_behind_it)
                     static_cast<uint8_t>(row.sent >> 16), static_cast<uint8_t>(row.sent >> 24)}))
             << row.text;
     }
+    const std::string nines(400, '9');
     const struct {
         const char *text;
         int result;
     } bad[] = {{"99999999999", INT32_MAX},
                {"2147483647", INT32_MAX},
                {"99999999999999999999999x", INT32_MAX},
+               {nines.c_str(), INT32_MAX},
                {"-2147483648", INT32_MIN},
                {"-99999999999999999999999", INT32_MIN}};
     const size_t asked = server.requests().size();
