@@ -55,7 +55,8 @@ static void append(list &entries, char *line)
 {
     char *columns[8], *rest = nullptr;
     for (char *&column : columns) {
-        column = strtok_r(&column == columns ? line : nullptr, ",\n", &rest);
+        const char *ends = &column == &columns[7] ? "\n" : ",\n";
+        column = strtok_r(&column == columns ? line : nullptr, ends, &rest);
         if (!column)
             return;
     }

@@ -16,10 +16,10 @@ static carrier_table load(std::string_view file, size_t piece)
     return carrier_load_end(loader);
 }
 
-static bool readable(const char *name)
+static bool readable(const char *name, const char *ends)
 {
     return *name != '\0' && strlen(name) <= carrier_text_max && text_is_utf8(name) &&
-           !strpbrk(name, ",\n");
+           !strpbrk(name, ends);
 }
 
 static void check(const carrier_table &table, std::string_view file)
@@ -33,7 +33,8 @@ static void check(const carrier_table &table, std::string_view file)
         if (last && (last->mcc > entry.mcc || (last->mcc == entry.mcc && last->mnc >= entry.mnc)))
             abort();
         if (carrier_find(table, entry.mcc, entry.mnc, found) != 0 || found.mcc != entry.mcc ||
-            found.mnc != entry.mnc || !readable(found.country) || !readable(found.network) ||
+            found.mnc != entry.mnc || !readable(found.country, ",\n") ||
+            !readable(found.network, "\n") ||
             strcmp(found.network, table.texts.data() + entry.network) != 0)
             abort();
         last = &entry;

@@ -77,7 +77,8 @@ static int64_t takes_ms(uint8_t service, uint16_t id)
 static qmi_pace pace()
 {
     const gobi_state &state = the_modem().state;
-    return {state.answer_ms, state.in_series, state.under_way_max, state.client_ids};
+    return {state.answer_ms, state.in_series, state.under_way_max, state.drops_surplus,
+            state.client_ids};
 }
 
 // A session lives as long as the client id that started it.

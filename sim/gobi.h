@@ -206,6 +206,7 @@ struct gobi_state {
     int64_t answer_ms = 0;
     bool in_series = false;
     int64_t under_way_max = 0;
+    bool drops_surplus = false;
     int64_t client_ids = 254;
     int64_t reset_hangup_ms = -1; // for how long a reset takes the socket away; -1: not at all
 };

@@ -186,6 +186,7 @@ static constexpr std::array gobi_table = {
     field{"answer_ms",             &gobi_state::answer_ms,             nullptr, 0, day_ms},
     field{"in_series",             &gobi_state::in_series},
     field{"under_way_max",         &gobi_state::under_way_max,         nullptr, 0, 1000},
+    field{"drops_surplus",         &gobi_state::drops_surplus},
     field{"client_ids",            &gobi_state::client_ids,            nullptr, 0, 254},
     field{"reset_hangup_ms",       &gobi_state::reset_hangup_ms,       nullptr, -1, day_ms},
 };

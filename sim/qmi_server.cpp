@@ -439,6 +439,10 @@ void qmi_server::begin(line &from, std::span<const uint8_t> frame)
     const bool control = request.service == qmi_ctl;
     const bool busy = !control && pace.under_way_max > 0 &&
                       under_way_.size() >= static_cast<size_t>(pace.under_way_max);
+    if (busy && pace.drops_surplus) {
+        services_.log.note("too many under way: not answered");
+        return;
+    }
     int64_t delay_ms =
         control || busy ? 0 : pace.answer_ms + hooks_.takes_ms(request.service, request.id);
     const int64_t now = sim_loop::now_ms();

@@ -98,10 +98,11 @@ struct qmi_version {
 
 // How the modem behaves as a machine, whatever is asked of it.
 struct qmi_pace {
-    int64_t answer_ms = 0;     // what every request takes
-    bool in_series = false;    // one after the other
-    int64_t under_way_max = 0; // more at the same time are refused; 0: no limit
-    int64_t client_ids = 254;  // for each service
+    int64_t answer_ms = 0;      // what every request takes
+    bool in_series = false;     // one after the other
+    int64_t under_way_max = 0;  // more at the same time are refused; 0: no limit
+    bool drops_surplus = false; // without a word
+    int64_t client_ids = 254;   // for each service
 };
 
 struct qmi_hooks {

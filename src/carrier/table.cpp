@@ -31,11 +31,12 @@ struct carrier_row {
     std::array<int32_t, column_count> numbers = {};
 };
 
-// Takes the next column off the line. Commas in a row are one: an empty column does not count.
-static std::string_view take_column(std::string_view &line)
+// Takes the next column off the line. Commas in a row are one: an empty column does not count. The
+// last column is what is left, since names of companies have commas in them.
+static std::string_view take_column(std::string_view &line, bool last)
 {
     line.remove_prefix(std::min(line.find_first_not_of(','), line.size()));
-    const std::string_view text = line.substr(0, line.find(','));
+    const std::string_view text = last ? line : line.substr(0, line.find(','));
     line.remove_prefix(text.size());
     return text;
 }
@@ -56,7 +57,7 @@ static int read_number(std::string_view text, int32_t &value)
 static int read_row(std::string_view line, carrier_row &row)
 {
     for (size_t i = 0; i < column_count; i++) {
-        row.texts[i] = take_column(line);
+        row.texts[i] = take_column(line, i + 1 == column_count);
         if (row.texts[i].empty())
             return -1;
         if (number_names[i] && read_number(row.texts[i], row.numbers[i]) != 0) {

@@ -24,8 +24,11 @@
 constexpr size_t read_bytes = 4096;
 constexpr int stale_reads_max = 64; // what is taken off the socket before a request is sent
 constexpr size_t abandoned_max = 32;
+constexpr size_t mute_max = 32; // more messages than any record asks
 constexpr uint16_t control_transaction_max = 0xFF;
 constexpr uint16_t service_transaction_max = 0xFFFF;
+constexpr int losses_max = 2;         // then a modem is taken to drop what it is sent too much of
+constexpr int silences_again_max = 2; // requests of a batch that stay silent when sent once more
 constexpr int connect_attempts = 20;
 constexpr int connect_pause_ms = 100;
 
@@ -54,6 +57,12 @@ struct given_client {
     uint8_t id;
 };
 
+struct message_name {
+    uint8_t service;
+    uint16_t id;
+    bool operator==(const message_name &) const = default;
+};
+
 struct answer {
     size_t index = 0; // which of the expected ones it answers
     bool readable = false;
@@ -67,7 +76,9 @@ static struct {
     std::string client_place;
     std::vector<uint8_t> received;
     std::array<client, 256> clients;
-    bool one_by_one = false; // the modem refused to take several requests at a time
+    bool one_by_one = false; // the modem does not take several requests at a time
+    int losses = 0;          // batches of which only company had kept requests from an answer
+    std::vector<message_name> mute; // messages that found no answer without company either
     // Allocations that were given up. An id that comes all the same is given back: nobody else knows
     // of it, and a modem has only so many.
     std::vector<awaited> abandoned;
@@ -144,6 +155,8 @@ uint32_t qmi_open(const char *device, uint32_t &handle)
     }
     state.clients = {};
     state.one_by_one = false;
+    state.losses = 0;
+    state.mute.clear();
     forget_clients();
     state.last_handle = std::max(state.last_handle + 1, uint32_t{1});
     state.handle = handle = state.last_handle;
@@ -474,7 +487,12 @@ struct batch {
     std::vector<size_t> waiting;   // exchanges to be sent, the next one last
     std::vector<awaited> expected; // answers of those under way,
     std::vector<size_t> under_way; // and which exchanges those are
+    std::vector<size_t> lost;      // exchanges to be sent again because they found no answer
     size_t limit = 1;
+    bool answered = false;  // something that was sent in company
+    bool lost_any = false;  // something else was not
+    bool recovered = false; // but was when it was sent alone
+    int silences_again = 0; // and how many were not even then
     int timeout_ms = 0;
     int64_t deadline_ms = 0;
 };
@@ -540,13 +558,46 @@ static void send_more(batch &all)
     }
 }
 
+static message_name name_of(const qmi_exchange &exchange)
+{
+    return {exchange.request.service, exchange.request.id};
+}
+
+static bool is_mute(const qmi_exchange &exchange)
+{
+    return std::find(state.mute.begin(), state.mute.end(), name_of(exchange)) != state.mute.end();
+}
+
+// A request without an answer. In company it may have been one too many for the modem.
+static void note_silence(batch &all, size_t index)
+{
+    const qmi_exchange &each = all.exchanges[index];
+    log_message(log_debug, "%s: no answer", each.request.name);
+    if (!state.fd || clock_stopped() || is_mute(each))
+        return;
+    if (all.sent[index] == sending::in_company) {
+        all.lost.push_back(index);
+        all.lost_any = true;
+    } else if (all.sent[index] == sending::again) {
+        all.silences_again++;
+        if (state.mute.size() < mute_max)
+            state.mute.push_back(name_of(each));
+    }
+}
+
 // Nothing more will come: those under way end, and the others can be sent.
 static void end_under_way(batch &all)
 {
     for (const size_t index : all.under_way)
-        log_message(log_debug, "%s: no answer", all.exchanges[index].request.name);
+        note_silence(all, index);
     all.expected.clear();
     all.under_way.clear();
+}
+
+static void go_one_by_one()
+{
+    if (!std::exchange(state.one_by_one, true))
+        log_message(log_info, "QMI modem takes one request at a time");
 }
 
 // What the answer means for how the others are sent. True when the request has to be sent again.
@@ -559,9 +610,11 @@ static bool judge(batch &all, size_t index, uint32_t code)
     }
     if (code == qmi_modem_error + qmi_error_invalid_client_id)
         return before != sending::again;
-    if (before == sending::again && all.limit == 1 && !is_busy(code) && !state.one_by_one) {
-        log_message(log_info, "QMI modem takes one request at a time");
-        state.one_by_one = true;
+    if (before == sending::again && all.limit == 1 && !is_busy(code)) {
+        if (all.lost_any)
+            all.recovered = true;
+        else
+            go_one_by_one();
     }
     return false;
 }
@@ -579,6 +632,8 @@ static void take_answer(batch &all)
     all.under_way.erase(all.under_way.begin() + at);
     begin_wait(all);
     qmi_exchange &each = all.exchanges[index];
+    std::erase(state.mute, name_of(each));
+    all.answered = all.answered || all.sent[index] == sending::in_company;
     each.response = std::move(found->tlvs);
     if (found->readable) {
         each.code = code_of(each.request, each.response);
@@ -590,6 +645,32 @@ static void take_answer(batch &all)
         return;
     each.response.clear();
     all.waiting.insert(all.waiting.begin(), index);
+}
+
+// Sends a lost request once more, when all others have ended. A modem that answered nothing at all,
+// or has forgotten its clients, is not asked again, and one that keeps silent not much longer.
+// 0, or -1 when there is nothing to send.
+static int send_lost(batch &all)
+{
+    if (all.lost.empty() || !all.answered || all.silences_again >= silences_again_max)
+        return -1;
+    const size_t index = all.lost.back();
+    if (state.clients[all.exchanges[index].request.service].id == 0)
+        return -1;
+    all.lost.pop_back();
+    all.waiting.push_back(index);
+    all.limit = 1;
+    return 0;
+}
+
+// One loss may have been a bad moment of the modem's, which it is over when it has answered as many
+// at a time as there can be. Another one shows that it drops what is too much for it.
+static void learn_from(const batch &all)
+{
+    if (all.recovered && ++state.losses >= losses_max)
+        go_one_by_one();
+    else if (all.answered && !all.lost_any && all.exchanges.size() >= all.limit && all.limit > 1)
+        state.losses = 0;
 }
 
 // Becomes a client of all services before the first request, while nothing is under way.
@@ -626,8 +707,10 @@ void qmi_send_wait_all(uint32_t handle, std::span<qmi_exchange> exchanges)
     allocate_all(all);
     while (!clock_stopped()) {
         send_more(all);
-        if (all.under_way.empty())
-            return;
-        take_answer(all);
+        if (!all.under_way.empty())
+            take_answer(all);
+        else if (send_lost(all) != 0)
+            break;
     }
+    learn_from(all);
 }

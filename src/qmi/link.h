@@ -78,4 +78,9 @@ struct qmi_exchange {
 //
 // The modem may work on one after the other, so a time-out (the longest of the requests') begins anew
 // with each answer: all together wait no longer than they would one by one.
+//
+// Some modems drop what is too much for them without a word. So when some requests of a batch were
+// answered, those that were not are sent once more, alone, until two have stayed silent again. Such a
+// message is not sent twice any more until it is answered. A modem for which that helped in two
+// batches is known as one that takes one request at a time.
 void qmi_send_wait_all(uint32_t handle, std::span<qmi_exchange> exchanges);

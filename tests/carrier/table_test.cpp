@@ -44,7 +44,8 @@ TEST(carrier_table, reads_good_lines)
         {"530,1328,05,95,nz,New Zealand,64,Spark\n", 530, 5, "New Zealand|Spark"},
         {"530,1328,05,95,nz,New Zealand,64,Spark", 530, 5, "New Zealand|Spark"},
         {"530,1328,05,95,nz,New Zealand,64,Spark\r\n", 530, 5, "New Zealand|Spark"},
-        {"530,1328,05,95,nz,New Zealand,64,Spark,more,still more\n", 530, 5, "New Zealand|Spark"},
+        {"530,1328,05,95,nz,New Zealand,64,Spark, Inc.\r\n", 530, 5, "New Zealand|Spark, Inc."},
+        {"530,1328,05,95,nz,New Zealand,64,,Spark,,x,\n", 530, 5, "New Zealand|Spark,,x,"},
         {" 530,+1328,\t+5,-1,nzl, N Z ,64 ,\"Spark\" \n", 530, 5, " N Z |\"Spark\" "},
         {"530th,x,5.9,,n,N,code,S\n", 530, 5, "none"}, // an empty column: seven are left
         {"530th,x,5.9,?,n,N,code,S\n", 530, 5, "N|S"},
@@ -121,6 +122,7 @@ TEST(carrier_table, cuts_names_and_lines)
     const carrier_table table = load(header + start + "abcdefg,3,3,3,3,n,Tail,3,T\n" + next);
     EXPECT_EQ(find(table, 1, 1), "Land|abcdef");
     EXPECT_EQ(find(table, 2, 2), "Next|N");
+    EXPECT_EQ(find(table, 3, 3), "none");
     EXPECT_EQ(table.entries.size(), 2u) << "the rest of a long line is no line";
     EXPECT_EQ(find(load(header + start + "abcdé\n"), 1, 1), "Land|abcdé");
     EXPECT_EQ(find(load(header + start + "abcdeé\n"), 1, 1), "Land|abcde") << "no half character";

@@ -76,6 +76,15 @@ TEST_P(gobi_kinds, have_both_records_in_both_forms_however_they_answer)
     expect_golden("asked one by one");
 }
 
+TEST_P(gobi_kinds, have_both_records_of_a_modem_that_drops_what_is_too_much)
+{
+    bring_up(std::string(R"({"modem": ")") + GetParam().kind + "\"}");
+    ASSERT_EQ(tessera({"--dip_connect", "--apn=internet"}).code, 0);
+    set_state(R"({"answer_ms": 10, "under_way_max": 2, "drops_surplus": true})");
+    expect_golden("silently");
+    EXPECT_EQ(count(daemon_log(), "QMI modem takes one request at a time"), 1);
+}
+
 INSTANTIATE_TEST_SUITE_P(modems, gobi_kinds, testing::ValuesIn(modem_rows),
                          [](const auto &row) { return std::string(row.param.kind); });
 

@@ -335,6 +335,47 @@ TEST_F(qmicli_agrees, on_an_lte_modem)
     });
 }
 
+TEST_F(qmicli_agrees, on_a_umts_modem)
+{
+    start_sim("gobi", R"({"state": {"modem": "UMTS", "umts_rssi_dbm": -83, "umts_ecio_db": -9.5,
+                                    "umts_band": 87, "gsm_rssi_dbm": -61, "gsm_band": 48}})",
+              {"--qmi-proxy"});
+    start_daemon();
+    ASSERT_EQ(tessera({"--dip_connect", "--apn=internet"}).code, 0);
+    const agreement_row band = {
+        {"--nas-get-rf-band-info"},
+        "Active Band Class",
+        1,
+        "current-bands",
+        {{"wcdma-900", "WCDMA VIII 900"}, {"gsm-pcs-1900", "GSM PCS 1900 Band"}}};
+    const std::vector<std::string> signal = {"--nas-get-signal-info"},
+                                   system = {"--nas-get-serving-system"};
+    const agreement_row bearer = {{"--wds-get-data-bearer-technology"},
+                                  "Data bearer technology (current)",
+                                  1,
+                                  "mode",
+                                  {{"hsdpa-hsupda", "HSDPA DL HSUPA UL"}, {"edge", "EDGE"}}};
+    compare({
+        {signal, "RSSI", 1, "wcdma-rssi"},
+        {signal, "ECIO", 1, "wcdma-ecio"},
+        band,
+        bearer,
+        {{"--wds-get-packet-service-status"},
+         "Connection status",
+         1,
+         "session-state",
+         {{"connected", "CONNECTED"}}},
+        {system, "[0]", 2, "service-mode", {{"hsdpa", "HSDPA"}}},
+    });
+    tell_sim(R"({"state": {"coverage": "gsm"}})");
+    compare({
+        {signal, "RSSI", 1, "gsm-rssi"},
+        band,
+        bearer,
+        {system, "[0]", 2, "service-mode", {{"edge", "EDGE"}}},
+    });
+}
+
 TEST_F(qmicli_agrees, on_a_cdma_modem)
 {
     start_sim("gobi", R"({"state": {"modem": "CDMA", "hdr_rssi_dbm": -91, "hdr_ecio_db": -6.5,

@@ -305,7 +305,7 @@ TEST(qmi_ask_all, gives_each_question_its_code_and_record)
     uint8_t mode = 7;
     qmuxd.answer(qmi_dms, 0x22, "01 0300 4c5445");
     qmuxd.behave(qmi_dms, 0x43, {qmuxd_reply::error, 37});
-    qmuxd.behave(qmi_dms, 0x30, {qmuxd_reply::silence});
+    qmuxd.behave(qmi_dms, 0x30, {qmuxd_reply::silence, 0, 2});
     qmuxd.answer(qmi_dms, 0x2D, "01 0000");
     qmi_question questions[] = {qmi_dms_model(model), qmi_dms_imsi(imsi), qmi_dms_prl_version(prl),
                                 qmi_dms_operating_mode(mode)};

@@ -87,8 +87,9 @@ TEST_F(qmi_together, as_many_as_the_limit_are_under_way_in_any_order)
     expect();
     qmuxd.gather(qmi_under_way_max + 1);
     ask(qmi_under_way_max + 1);
-    EXPECT_EQ(exchanges[0].code, qmi_not_sent) << "one more would have been too many";
-    EXPECT_EQ(exchanges[qmi_under_way_max].code, qmi_ok);
+    expect();
+    EXPECT_EQ(qmuxd.requests().size(), most + 2 * qmi_under_way_max + 1)
+        << "one more would have been too many: the others were given up, and sent again";
     qmuxd.gather(0);
     ask(most);
     expect();
@@ -134,7 +135,8 @@ TEST_F(qmi_together, a_spoilt_answer_is_its_own_requests_matter)
     for (const spoilt_row &row : spoilt_rows) {
         for (const uint16_t spoilt : {uint16_t{1}, uint16_t{5}, uint16_t{12}}) {
             SCOPED_TRACE(row.name);
-            qmuxd.behave(qmi_dms, spoilt, {row.reply, 71});
+            const int times = row.code == qmi_not_sent ? 2 : 1; // in company, and alone
+            qmuxd.behave(qmi_dms, spoilt, {row.reply, 71, times});
             ask(13);
             if (row.code == qmi_modem_error) {
                 EXPECT_EQ(exchanges[spoilt - 1U].code, qmi_modem_error);
@@ -150,12 +152,61 @@ TEST_F(qmi_together, a_spoilt_answer_is_its_own_requests_matter)
 
 TEST_F(qmi_together, a_late_answer_is_not_anothers)
 {
-    qmuxd.behave(qmi_dms, 2, {qmuxd_reply::late}); // it comes with the next round
+    qmuxd.behave(qmi_dms, 2, {qmuxd_reply::late, 0, 2}); // the second one comes with the next round
     ask(2);
     expect({{2, qmi_not_sent}});
     ask(2);
     expect();
     EXPECT_TRUE(log.has("QMI answer skipped"));
+    log.clear();
+    qmuxd.behave(qmi_dms, 2, {qmuxd_reply::late}); // just before its own other answer
+    ask(2);
+    expect();
+    EXPECT_TRUE(log.has("QMI answer skipped"));
+}
+
+TEST_F(qmi_together, what_a_modem_drops_is_asked_once_more)
+{
+    const auto drop = [&](std::initializer_list<uint16_t> ids) {
+        for (const uint16_t id : ids)
+            qmuxd.behave(qmi_dms, id, {qmuxd_reply::silence});
+        ask(9);
+    };
+    drop({4, 5, 6, 7, 8});
+    expect();
+    EXPECT_EQ(qmuxd.requests().size(), 14u) << "nothing was sent thrice";
+    ask(9); // a bad moment that is over
+    expect();
+    drop({2});
+    expect();
+    ask(3); // too few to tell anything
+    EXPECT_FALSE(log.has("one request at a time"));
+    drop({2, 9});
+    expect();
+    EXPECT_EQ(log.count("600 QMI modem takes one request at a time"), 1);
+    (void)qmuxd.requests();
+    drop({3});
+    expect({{3, qmi_not_sent}});
+    EXPECT_EQ(qmuxd.requests().size(), 9u) << "alone it has had its turn";
+}
+
+TEST_F(qmi_together, messages_that_are_always_silent_cost_little)
+{
+    for (uint16_t id = 3; id <= 6; id++)
+        qmuxd.behave(qmi_dms, id, {qmuxd_reply::silence, 0, 4});
+    const std::map<uint16_t, uint32_t> silent = {
+        {3, qmi_not_sent}, {4, qmi_not_sent}, {5, qmi_not_sent}, {6, qmi_not_sent}};
+    for (const size_t again : {size_t{2}, size_t{2}, size_t{0}}) {
+        ask(12);
+        expect(silent);
+        EXPECT_EQ(qmuxd.requests().size(), 12 + again);
+    }
+    ask(12);
+    expect();
+    qmuxd.behave(qmi_dms, 4, {qmuxd_reply::silence});
+    ask(12);
+    expect();
+    EXPECT_FALSE(log.has("one request at a time"));
 }
 
 TEST_F(qmi_together, a_silent_modem_ends_all)

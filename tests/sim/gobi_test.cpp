@@ -786,6 +786,9 @@ TEST_F(gobi_socket, abandons_a_start_and_refuses_more_than_it_can_do)
     peer.request(qmi_wds, 1, 1, 0x20);
     peer.request(qmi_wds, 1, 2, 0x22);
     EXPECT_EQ("response 1/1 2 0022 02=01001700", peer.next());
+    tell(R"({"drops_surplus":true})");
+    peer.request(qmi_wds, 1, 5, 0x22);
+    peer.allocate(qmi_dms); // has an answer, the one before it has none
     tell(R"({"under_way_max":0})");
     peer.request(qmi_wds, 1, 3, 0x02, "01=0100");
     EXPECT_EQ("response 1/1 1 0020 02=01000400", peer.next());

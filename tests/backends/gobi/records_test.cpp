@@ -283,13 +283,16 @@ TEST_P(gobi_record_failures, leave_out_their_keys_and_nothing_else)
 {
     const request_row &row = GetParam();
     attach();
+    const int twice = row.service == qmi_wds && row.id == 0x3E ? 1 : 2; // that one has no company
     const struct {
         qmuxd_behaviour behaviour;
         uint32_t code;
     } kinds[] = {
-        {{qmuxd_reply::silence}, 12},           {{qmuxd_reply::error, 71}, 1071},
-        {{qmuxd_reply::cut_tlvs}, 1000},        {{qmuxd_reply::no_result}, 1000},
-        {{qmuxd_reply::wrong_transaction}, 12},
+        {{qmuxd_reply::silence, 0, twice}, 12},
+        {{qmuxd_reply::error, 71}, 1071},
+        {{qmuxd_reply::cut_tlvs}, 1000},
+        {{qmuxd_reply::no_result}, 1000},
+        {{qmuxd_reply::wrong_transaction, 0, twice}, 12},
     };
     for (const auto &kind : kinds) {
         log.clear();
