@@ -16,8 +16,9 @@ if(TESSERA_WERROR)
     target_compile_options(tessera_options INTERFACE -Werror)
 endif()
 if(TESSERA_SANITIZE)
+    # Reports need lines, not variables.
     target_compile_options(tessera_options INTERFACE
-        -fsanitize=${TESSERA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+        -fsanitize=${TESSERA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -g1)
     target_link_options(tessera_options INTERFACE -fsanitize=${TESSERA_SANITIZE})
 endif()
 
