@@ -5,6 +5,7 @@
 #include "platform/paths.h"
 #include "platform/unique_fd.h"
 #include "qmi/errors.h"
+#include "qmi/link_parts.h"
 #include "qmi/qmux.h"
 #include "qmi/tlv.h"
 
@@ -24,11 +25,8 @@
 constexpr size_t read_bytes = 4096;
 constexpr int stale_reads_max = 64; // what is taken off the socket before a request is sent
 constexpr size_t abandoned_max = 32;
-constexpr size_t mute_max = 32; // more messages than any record asks
 constexpr uint16_t control_transaction_max = 0xFF;
 constexpr uint16_t service_transaction_max = 0xFFFF;
-constexpr int losses_max = 2;         // then a modem is taken to drop what it is sent too much of
-constexpr int silences_again_max = 2; // requests of a batch that stay silent when sent once more
 constexpr int connect_attempts = 20;
 constexpr int connect_pause_ms = 100;
 
@@ -44,29 +42,9 @@ struct client {
     uint16_t transaction = 0;
 };
 
-// What a request is recognised by in its answer.
-struct awaited {
-    uint8_t service;
-    uint8_t client_id;
-    uint16_t transaction;
-    uint16_t id;
-};
-
 struct given_client {
     uint8_t service;
     uint8_t id;
-};
-
-struct message_name {
-    uint8_t service;
-    uint16_t id;
-    bool operator==(const message_name &) const = default;
-};
-
-struct answer {
-    size_t index = 0; // which of the expected ones it answers
-    bool readable = false;
-    std::vector<uint8_t> tlvs;
 };
 
 static struct {
@@ -76,12 +54,9 @@ static struct {
     std::string client_place;
     std::vector<uint8_t> received;
     std::array<client, 256> clients;
-    bool one_by_one = false; // the modem does not take several requests at a time
-    int losses = 0;          // batches of which only company had kept requests from an answer
-    std::vector<message_name> mute; // messages that found no answer without company either
     // Allocations that were given up. An id that comes all the same is given back: nobody else knows
     // of it, and a modem has only so many.
-    std::vector<awaited> abandoned;
+    std::vector<qmi_awaited> abandoned;
     std::vector<given_client> strays;
 } state;
 
@@ -154,9 +129,6 @@ uint32_t qmi_open(const char *device, uint32_t &handle)
         return qmi_not_sent;
     }
     state.clients = {};
-    state.one_by_one = false;
-    state.losses = 0;
-    state.mute.clear();
     forget_clients();
     state.last_handle = std::max(state.last_handle + 1, uint32_t{1});
     state.handle = handle = state.last_handle;
@@ -184,7 +156,7 @@ static int receive()
     return -1;
 }
 
-static bool is_answer(const qmux_message &message, const awaited &expected)
+static bool is_answer(const qmux_message &message, const qmi_awaited &expected)
 {
     return message.from_modem && message.kind == qmux_response &&
            message.service == expected.service && message.client_id == expected.client_id &&
@@ -204,8 +176,9 @@ static int read_given_client(std::span<const uint8_t> tlvs, given_client &given)
 // True for the late answer to an allocation.
 static bool take_abandoned(const qmux_message &message)
 {
-    const auto found = std::find_if(state.abandoned.begin(), state.abandoned.end(),
-                                    [&](const awaited &each) { return is_answer(message, each); });
+    const auto found =
+        std::find_if(state.abandoned.begin(), state.abandoned.end(),
+                     [&](const qmi_awaited &each) { return is_answer(message, each); });
     if (found == state.abandoned.end())
         return false;
     state.abandoned.erase(found);
@@ -234,7 +207,7 @@ static void note_unasked(const qmux_message &message)
 
 // Takes the whole frames out of what was received, up to the answer to one of `expected`; without
 // such a one, all of them. -1 when the connection is lost.
-static int take_frames(std::span<const awaited> expected, std::optional<answer> &found)
+static int take_frames(std::span<const qmi_awaited> expected, std::optional<qmi_answer> &found)
 {
     size_t taken = 0;
     while (!found) {
@@ -252,9 +225,9 @@ static int take_frames(std::span<const awaited> expected, std::optional<answer> 
             log_message(log_warning, "QMI frame of %zu bytes cannot be read", size);
             continue;
         }
-        const auto match = std::find_if(expected.begin(), expected.end(), [&](const awaited &each) {
-            return is_answer(message, each);
-        });
+        const auto match =
+            std::find_if(expected.begin(), expected.end(),
+                         [&](const qmi_awaited &each) { return is_answer(message, each); });
         if (match != expected.end()) {
             found.emplace();
             found->index = static_cast<size_t>(match - expected.begin());
@@ -274,16 +247,15 @@ static int take_frames(std::span<const awaited> expected, std::optional<answer> 
 // loss is noticed here before something is sent into it.
 static void receive_stale()
 {
-    std::optional<answer> none;
+    std::optional<qmi_answer> none;
     for (int i = 0; i < stale_reads_max && state.fd && receive() == 1; i++)
         if (take_frames({}, none) != 0)
             return;
 }
 
-// The first answer to one of `expected`.
-static std::optional<answer> await(std::span<const awaited> expected, int64_t deadline_ms)
+std::optional<qmi_answer> qmi_await(std::span<const qmi_awaited> expected, int64_t deadline_ms)
 {
-    std::optional<answer> found;
+    std::optional<qmi_answer> found;
     while (state.fd && take_frames(expected, found) == 0 && !found) {
         const int64_t left = deadline_ms - clock_now_ms();
         if (left <= 0 || clock_wait_readable(state.fd.get(), static_cast<int>(left)) != 1)
@@ -303,8 +275,7 @@ static uint16_t next_transaction(uint8_t service)
     return last;
 }
 
-static uint32_t send_request(const qmi_request &request, std::span<const uint8_t> tlvs,
-                             awaited &expected)
+uint32_t qmi_send(const qmi_request &request, std::span<const uint8_t> tlvs, qmi_awaited &expected)
 {
     if (!state.fd)
         return qmi_not_sent;
@@ -350,32 +321,48 @@ static uint32_t code_of(const qmi_request &request, std::span<const uint8_t> tlv
     return qmi_modem_error + result.error;
 }
 
-static uint32_t exchange(const qmi_request &request, std::span<const uint8_t> tlvs,
-                         std::vector<uint8_t> &response)
+uint32_t qmi_silence(const qmi_request &request)
 {
-    awaited expected{};
-    const int64_t deadline = clock_now_ms() + clock_answer_timeout_ms(request.timeout_ms);
-    if (const uint32_t code = send_request(request, tlvs, expected); code != qmi_ok)
-        return code;
-    std::optional<answer> found = await({&expected, 1}, deadline);
-    if (!found) {
-        log_message(log_debug, "%s: no answer", request.name);
-        return request.silence_code;
-    }
-    if (!found->readable) {
+    log_message(log_debug, "%s: no answer", request.name);
+    return request.silence_code;
+}
+
+uint32_t qmi_take(const qmi_request &request, qmi_answer &answer, std::vector<uint8_t> &response)
+{
+    if (!answer.readable) {
         log_message(log_debug, "%s: the answer's TLVs are cut", request.name);
         return qmi_modem_error;
     }
-    response = std::move(found->tlvs);
+    response = std::move(answer.tlvs);
     return code_of(request, response);
+}
+
+static uint32_t exchange(const qmi_request &request, std::span<const uint8_t> tlvs,
+                         std::vector<uint8_t> &response)
+{
+    qmi_awaited expected{};
+    const int64_t deadline = clock_now_ms() + clock_answer_timeout_ms(request.timeout_ms);
+    if (const uint32_t code = qmi_send(request, tlvs, expected); code != qmi_ok)
+        return code;
+    std::optional<qmi_answer> found = qmi_await({&expected, 1}, deadline);
+    return found ? qmi_take(request, *found, response) : qmi_silence(request);
 }
 
 // ---- clients
 
-// Becomes a client of the service, if the link is not one yet.
-static uint32_t allocate(uint8_t service)
+bool qmi_connected()
 {
-    if (state.clients[service].id != 0)
+    return static_cast<bool>(state.fd);
+}
+
+bool qmi_is_client(uint8_t service)
+{
+    return state.clients[service].id != 0;
+}
+
+uint32_t qmi_allocate(uint8_t service)
+{
+    if (qmi_is_client(service))
         return qmi_ok;
     std::vector<uint8_t> response;
     tlv_writer row;
@@ -397,20 +384,20 @@ static uint32_t allocate(uint8_t service)
     return qmi_ok;
 }
 
-static uint32_t send_release(const given_client &given, awaited &expected)
+static uint32_t send_release(const given_client &given, qmi_awaited &expected)
 {
     tlv_writer row;
     row.begin(0x01);
     row.number(given.service);
     row.number(given.id);
     (void)row.end();
-    return send_request(release_client, row.bytes, expected);
+    return qmi_send(release_client, row.bytes, expected);
 }
 
 // Gives ids back that came too late. Nobody waits for the answers.
 static void release_strays()
 {
-    awaited unused{};
+    qmi_awaited unused{};
     for (const given_client &given : std::exchange(state.strays, {}))
         (void)send_release(given, unused);
 }
@@ -424,9 +411,9 @@ static uint32_t release_all()
         if (const uint8_t id = std::exchange(state.clients[service].id, uint8_t{0}); id != 0)
             given.push_back({static_cast<uint8_t>(service), id});
     }
-    std::vector<awaited> waited;
+    std::vector<qmi_awaited> waited;
     for (const given_client &each : given) {
-        awaited expected{};
+        qmi_awaited expected{};
         if (const uint32_t code = send_release(each, expected); code != qmi_ok)
             return code;
         waited.push_back(expected);
@@ -434,7 +421,7 @@ static uint32_t release_all()
     const int64_t deadline = clock_now_ms() + clock_answer_timeout_ms(release_client.timeout_ms);
     uint32_t code = qmi_ok;
     while (!waited.empty()) {
-        const std::optional<answer> found = await(waited, deadline);
+        const std::optional<qmi_answer> found = qmi_await(waited, deadline);
         if (!found) // who ends does not wait
             return clock_stopped() && state.fd ? code : uint32_t{qmi_not_sent};
         waited.erase(waited.begin() + static_cast<std::ptrdiff_t>(found->index));
@@ -463,254 +450,22 @@ uint32_t qmi_close(uint32_t handle)
     return code;
 }
 
-uint32_t qmi_send_wait(uint32_t handle, const qmi_request &request, std::span<const uint8_t> tlvs,
-                       std::vector<uint8_t> &response)
+uint32_t qmi_make_ready(uint32_t handle)
 {
-    response.clear();
     if (const uint32_t code = check_handle(handle); code != qmi_ok)
         return code;
     receive_stale();
     release_strays();
-    if (const uint32_t code = allocate(request.service); code != qmi_ok)
+    return qmi_ok;
+}
+
+uint32_t qmi_send_wait(uint32_t handle, const qmi_request &request, std::span<const uint8_t> tlvs,
+                       std::vector<uint8_t> &response)
+{
+    response.clear();
+    if (const uint32_t code = qmi_make_ready(handle); code != qmi_ok)
+        return code;
+    if (const uint32_t code = qmi_allocate(request.service); code != qmi_ok)
         return code;
     return exchange(request, tlvs, response);
-}
-
-// ---- several requests at a time
-
-// How often, and in what company, a request was sent.
-enum class sending { not_yet, in_company, alone, again };
-
-struct batch {
-    std::span<qmi_exchange> exchanges;
-    std::vector<sending> sent;     // by exchange
-    std::vector<size_t> waiting;   // exchanges to be sent, the next one last
-    std::vector<awaited> expected; // answers of those under way,
-    std::vector<size_t> under_way; // and which exchanges those are
-    std::vector<size_t> lost;      // exchanges to be sent again because they found no answer
-    size_t limit = 1;
-    bool answered = false;  // something that was sent in company
-    bool lost_any = false;  // something else was not
-    bool recovered = false; // but was when it was sent alone
-    int silences_again = 0; // and how many were not even then
-    int timeout_ms = 0;
-    int64_t deadline_ms = 0;
-};
-
-static bool is_busy(uint32_t code)
-{
-    return code == qmi_modem_error + qmi_error_no_memory ||
-           code == qmi_modem_error + qmi_error_device_in_use ||
-           code == qmi_modem_error + qmi_error_insufficient_resources ||
-           code == qmi_modem_error + qmi_error_operation_in_progress;
-}
-
-static void begin_wait(batch &all)
-{
-    all.deadline_ms = clock_now_ms() + clock_answer_timeout_ms(all.timeout_ms);
-}
-
-// Ends all that wait for a service that takes no client.
-static void end_service(batch &all, uint8_t service, uint32_t code)
-{
-    std::erase_if(all.waiting, [&](size_t index) {
-        qmi_exchange &each = all.exchanges[index];
-        if (each.request.service == service)
-            each.code = code;
-        return each.request.service == service;
-    });
-}
-
-static void send_next(batch &all)
-{
-    const size_t index = all.waiting.back();
-    qmi_exchange &each = all.exchanges[index];
-    all.waiting.pop_back();
-    awaited expected{};
-    each.code = send_request(each.request, each.tlvs, expected);
-    if (each.code != qmi_ok)
-        return;
-    each.code = each.request.silence_code; // until there is an answer
-    if (all.sent[index] != sending::not_yet)
-        all.sent[index] = sending::again;
-    else
-        all.sent[index] = all.limit > 1 ? sending::in_company : sending::alone;
-    if (all.expected.empty())
-        begin_wait(all);
-    all.expected.push_back(expected);
-    all.under_way.push_back(index);
-}
-
-static void send_more(batch &all)
-{
-    while (!all.waiting.empty() && all.under_way.size() < all.limit) {
-        const uint8_t service = all.exchanges[all.waiting.back()].request.service;
-        if (state.clients[service].id == 0) {
-            // What comes while a client id is waited for is not looked at.
-            if (!all.under_way.empty())
-                return;
-            if (const uint32_t code = allocate(service); code != qmi_ok) {
-                end_service(all, service, code);
-                continue;
-            }
-        }
-        send_next(all);
-    }
-}
-
-static message_name name_of(const qmi_exchange &exchange)
-{
-    return {exchange.request.service, exchange.request.id};
-}
-
-static bool is_mute(const qmi_exchange &exchange)
-{
-    return std::find(state.mute.begin(), state.mute.end(), name_of(exchange)) != state.mute.end();
-}
-
-// A request without an answer. In company it may have been one too many for the modem.
-static void note_silence(batch &all, size_t index)
-{
-    const qmi_exchange &each = all.exchanges[index];
-    log_message(log_debug, "%s: no answer", each.request.name);
-    if (!state.fd || clock_stopped() || is_mute(each))
-        return;
-    if (all.sent[index] == sending::in_company) {
-        all.lost.push_back(index);
-        all.lost_any = true;
-    } else if (all.sent[index] == sending::again) {
-        all.silences_again++;
-        if (state.mute.size() < mute_max)
-            state.mute.push_back(name_of(each));
-    }
-}
-
-// Nothing more will come: those under way end, and the others can be sent.
-static void end_under_way(batch &all)
-{
-    for (const size_t index : all.under_way)
-        note_silence(all, index);
-    all.expected.clear();
-    all.under_way.clear();
-}
-
-static void go_one_by_one()
-{
-    if (!std::exchange(state.one_by_one, true))
-        log_message(log_info, "QMI modem takes one request at a time");
-}
-
-// What the answer means for how the others are sent. True when the request has to be sent again.
-static bool judge(batch &all, size_t index, uint32_t code)
-{
-    const sending before = all.sent[index];
-    if (is_busy(code) && before == sending::in_company) {
-        all.limit = 1;
-        return true;
-    }
-    if (code == qmi_modem_error + qmi_error_invalid_client_id)
-        return before != sending::again;
-    if (before == sending::again && all.limit == 1 && !is_busy(code)) {
-        if (all.lost_any)
-            all.recovered = true;
-        else
-            go_one_by_one();
-    }
-    return false;
-}
-
-static void take_answer(batch &all)
-{
-    std::optional<answer> found = await(all.expected, all.deadline_ms);
-    if (!found) {
-        end_under_way(all);
-        return;
-    }
-    const auto at = static_cast<std::ptrdiff_t>(found->index);
-    const size_t index = all.under_way[found->index];
-    all.expected.erase(all.expected.begin() + at);
-    all.under_way.erase(all.under_way.begin() + at);
-    begin_wait(all);
-    qmi_exchange &each = all.exchanges[index];
-    std::erase(state.mute, name_of(each));
-    all.answered = all.answered || all.sent[index] == sending::in_company;
-    each.response = std::move(found->tlvs);
-    if (found->readable) {
-        each.code = code_of(each.request, each.response);
-    } else {
-        log_message(log_debug, "%s: the answer's TLVs are cut", each.request.name);
-        each.code = qmi_modem_error;
-    }
-    if (!judge(all, index, each.code))
-        return;
-    each.response.clear();
-    all.waiting.insert(all.waiting.begin(), index);
-}
-
-// Sends a lost request once more, when all others have ended. A modem that answered nothing at all,
-// or has forgotten its clients, is not asked again, and one that keeps silent not much longer.
-// 0, or -1 when there is nothing to send.
-static int send_lost(batch &all)
-{
-    if (all.lost.empty() || !all.answered || all.silences_again >= silences_again_max)
-        return -1;
-    const size_t index = all.lost.back();
-    if (state.clients[all.exchanges[index].request.service].id == 0)
-        return -1;
-    all.lost.pop_back();
-    all.waiting.push_back(index);
-    all.limit = 1;
-    return 0;
-}
-
-// One loss may have been a bad moment of the modem's, which it is over when it has answered as many
-// at a time as there can be. Another one shows that it drops what is too much for it.
-static void learn_from(const batch &all)
-{
-    if (all.recovered && ++state.losses >= losses_max)
-        go_one_by_one();
-    else if (all.answered && !all.lost_any && all.exchanges.size() >= all.limit && all.limit > 1)
-        state.losses = 0;
-}
-
-// Becomes a client of all services before the first request, while nothing is under way.
-static void allocate_all(batch &all)
-{
-    for (const qmi_exchange &each : all.exchanges) {
-        const uint8_t service = each.request.service;
-        const bool wanted = std::any_of(all.waiting.begin(), all.waiting.end(), [&](size_t index) {
-            return all.exchanges[index].request.service == service;
-        });
-        if (const uint32_t code = wanted ? allocate(service) : uint32_t{qmi_ok}; code != qmi_ok)
-            end_service(all, service, code);
-    }
-}
-
-void qmi_send_wait_all(uint32_t handle, std::span<qmi_exchange> exchanges)
-{
-    batch all;
-    all.exchanges = exchanges;
-    all.sent.assign(exchanges.size(), sending::not_yet);
-    all.limit = state.one_by_one ? 1 : qmi_under_way_max;
-    const uint32_t refusal = check_handle(handle);
-    for (size_t index = exchanges.size(); index > 0; index--) {
-        qmi_exchange &each = exchanges[index - 1];
-        each.response.clear();
-        each.code = refusal == qmi_ok ? uint32_t{qmi_not_sent} : refusal;
-        all.waiting.push_back(index - 1);
-        all.timeout_ms = std::max(all.timeout_ms, each.request.timeout_ms);
-    }
-    if (refusal != qmi_ok)
-        return;
-    receive_stale();
-    release_strays();
-    allocate_all(all);
-    while (!clock_stopped()) {
-        send_more(all);
-        if (!all.under_way.empty())
-            take_answer(all);
-        else if (send_lost(all) != 0)
-            break;
-    }
-    learn_from(all);
 }
