@@ -150,6 +150,7 @@ int process_start(const char *path, const char *const argv[], long *pid)
         ;
     // The pipe ends when the program begins or could not begin.
     int error = 0;
+    long started = -1;
     start_report report;
     ssize_t length;
     while ((length = read(reader.get(), &report, sizeof(report))) > 0 ||
@@ -157,10 +158,13 @@ int process_start(const char *path, const char *const argv[], long *pid)
         if (length != sizeof(report))
             continue;
         if (report.pid > 0)
-            *pid = report.pid;
+            started = report.pid;
         if (report.error != 0)
             error = report.error;
     }
+    // A child that could not become the program may live for another moment: its id says nothing.
+    if (error == 0)
+        *pid = started;
     errno = error;
     return error == 0 ? 0 : -1;
 }

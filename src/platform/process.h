@@ -14,7 +14,8 @@ int process_shell(const char *line);
 
 // Starts the program at the fixed path `path` (rooted) in the background: in a session of its own,
 // with /dev/null as its standard streams, and as nobody's child, so that it may outlive the daemon.
-// 0 once it runs, with its process id in *pid; -1 with errno when it could not be started.
+// 0 once it runs, with its process id in *pid; -1 with errno when it could not be started, *pid
+// as it was.
 [[nodiscard]] int process_start(const char *path, const char *const argv[], long *pid);
 
 // True when a process of that id lives, whoever owns it; one that ended and waits to be reaped does

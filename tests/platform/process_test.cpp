@@ -81,8 +81,10 @@ TEST(process, a_program_in_the_background_is_known_by_its_id)
     EXPECT_EQ(kill(static_cast<pid_t>(pid), SIGKILL), 0);
     while (process_alive(pid))
         usleep(1000);
-    EXPECT_EQ(process_start("/absent", argv, &pid), -1);
+    long absent = -1;
+    EXPECT_EQ(process_start("/absent", argv, &absent), -1);
     EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(absent, -1) << "the child that found no program may still be dying";
 }
 
 // Last in its process: termination cannot be taken back.

@@ -117,11 +117,12 @@ void fake_swi_server::accept_from(const unique_fd &listener, unique_fd &client)
     header.version = version;
     header.message = swi_message_greeting;
     swi_packet_writer writer(buffer, header);
-    EXPECT_EQ(writer.add(swi_greeting{busy ? 1U : 0U}), 0);
+    const bool refused = busy; // the test may change it as soon as it has the greeting
+    EXPECT_EQ(writer.add(swi_greeting{refused ? 1U : 0U}), 0);
     const packet greeting = finished(writer);
     (void)send(fd.get(), greeting.data(), greeting.size(), MSG_NOSIGNAL);
     const std::lock_guard lock(mutex_);
-    if (!busy)
+    if (!refused)
         client = std::move(fd);
     changed_.notify_all();
 }
@@ -173,12 +174,12 @@ void fake_swi_server::run()
             EXPECT_EQ(read(stop_reader_.get(), &byte, 1), 1);
             return;
         }
+        if (fds[3].revents) // before another client takes its place
+            read_request();
         if (fds[1].revents)
             accept_from(request_listener_, request_);
         if (fds[2].revents)
             accept_from(notification_listener_, notification_);
-        if (fds[3].revents)
-            read_request();
     }
 }
 

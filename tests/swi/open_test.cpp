@@ -38,7 +38,9 @@ TEST_F(swi_opening, needs_a_path_and_the_launch_flag)
 
 TEST_F(swi_opening, fails_by_what_it_meets)
 {
-    EXPECT_EQ(open_api(), swi_system_error) << "no directory for the channels";
+    std::filesystem::remove(root.place("/tmp"));
+    EXPECT_EQ(open_api(), swi_system_error);
+    EXPECT_TRUE(log.has("SWI API: /tmp/SWI_SDK_SOCKET_MUTEX")) << "no directory for the channels";
     std::filesystem::create_directories(root.place("/tmp"));
     EXPECT_EQ(open_api(), swi_system_error) << "no program to start";
     EXPECT_TRUE(log.has("SWI API: /bin/swisdk: No such file or directory"));
