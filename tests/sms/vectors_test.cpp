@@ -3,20 +3,15 @@
 #include "sms/vectors.h"
 
 #include <map>
+#include <set>
 
 #include <gtest/gtest.h>
 
 // Keys of a vector that say nothing about the message.
-static bool is_remark(const std::string &key)
-{
-    for (const char *remark :
-         {"id", "direction", "pdu_hex", "error", "source", "note", "extra", "text_alternatives",
-          "asserted", "group", "full_text", "why", "smsc_toa", "tpdu_offset"}) {
-        if (key == remark)
-            return true;
-    }
-    return false;
-}
+static const std::set<std::string> remarks = {
+    "id",        "direction", "pdu_hex",           "error",      "source",
+    "note",      "extra",     "text_alternatives", "asserted",   "group",
+    "full_text", "why",       "smsc_toa",          "tpdu_offset"};
 
 static std::string dump(const json_t *value)
 {
@@ -45,7 +40,7 @@ static void expect_fields(const json_t *expected, const json_t *actual, const js
     json_object_foreach(const_cast<json_t *>(expected), key, value)
     {
         const json_t *found = json_object_get(actual, key);
-        if (is_remark(key) || json_equal(value, found))
+        if (remarks.contains(key) || json_equal(value, found))
             continue;
         if (std::string(key) == "text" && is_alternative(vector, found))
             continue;
@@ -149,31 +144,22 @@ TEST(sms_vectors, are_split_where_their_parts_are)
     }
 }
 
-// A copy without spare room, so that a sanitizer sees a read behind the end.
-template <typename message>
-static int decode_exact(std::span<const uint8_t> pdu, message &decoded,
-                        int (*decode)(std::span<const uint8_t>, message &))
-{
-    const std::unique_ptr<uint8_t[]> copy(new uint8_t[pdu.size()]);
-    std::copy(pdu.begin(), pdu.end(), copy.get());
-    return decode({copy.get(), pdu.size()}, decoded);
-}
-
 template <typename message>
 static void damage(const json_t *vector, int (*decode)(std::span<const uint8_t>, message &),
                    int (*encode)(const message &, std::vector<uint8_t> &))
 {
     std::vector<uint8_t> pdu = octets_of(vector);
     message decoded;
-    for (size_t size = 0; size < pdu.size(); size++) {
-        if (decode_exact(std::span(pdu).first(size), decoded, decode) == 0)
+    // Copies without spare room, so that a sanitizer sees a read behind the end.
+    for (auto end = pdu.begin(); end != pdu.end(); end++) {
+        if (decode(std::vector<uint8_t>(pdu.begin(), end), decoded) == 0)
             expect_sound(decoded, decode, encode);
     }
     for (uint8_t &octet : pdu) {
         const uint8_t whole = octet;
         for (unsigned flip : {0x01u, 0x02u, 0x04u, 0x08u, 0x10u, 0x20u, 0x40u, 0x80u, 0xFFu}) {
             octet = static_cast<uint8_t>(whole ^ flip);
-            if (decode_exact<message>(pdu, decoded, decode) == 0)
+            if (decode(pdu, decoded) == 0)
                 expect_sound(decoded, decode, encode);
         }
         octet = whole;
@@ -227,25 +213,26 @@ TEST(sms_vectors, a_3gpp_message_cut_anywhere_is_refused)
 
 TEST(sms_vectors, messages_with_every_field_come_back_octet_by_octet)
 {
-    size_t found = 0;
+    std::set<std::string> ids;
+    for (const char *id : {"ac-monolithic-1", "cdma-cause", "mm-cdma-latin-2", "of-alnum-11",
+                           "report-all-parameters", "mwi-header", "first-octet-flags",
+                           "gm-abs-validity-decode", "mm-udhi"})
+        ids.insert(id);
     for (const json_owner &vector : load_vectors()) {
-        const std::string id = string_of(vector.get(), "id");
+        if (ids.erase(string_of(vector.get(), "id")) == 0)
+            continue;
         const std::vector<uint8_t> pdu = octets_of(vector.get());
         std::vector<uint8_t> again;
-        if (id == "ac-monolithic-1" || id == "cdma-cause" || id == "mm-cdma-latin-2") {
-            pdu_cdma message;
-            ASSERT_EQ(pdu_cdma_decode(pdu, message), 0);
-            ASSERT_EQ(pdu_cdma_encode(message, again), 0);
-        } else if (id == "of-alnum-11" || id == "report-all-parameters" || id == "mwi-header" ||
-                   id == "first-octet-flags" || id == "gm-abs-validity-decode" || id == "mm-udhi") {
+        if (is_3gpp(vector.get())) {
             pdu_3gpp message;
             ASSERT_EQ(pdu_3gpp_decode(pdu, message), 0);
             ASSERT_EQ(pdu_3gpp_encode(message, again), 0);
         } else {
-            continue;
+            pdu_cdma message;
+            ASSERT_EQ(pdu_cdma_decode(pdu, message), 0);
+            ASSERT_EQ(pdu_cdma_encode(message, again), 0);
         }
-        found++;
-        EXPECT_EQ(hex_of(again), hex_of(pdu)) << id;
+        EXPECT_EQ(hex_of(again), hex_of(pdu)) << string_of(vector.get(), "id");
     }
-    EXPECT_EQ(found, 9u);
+    EXPECT_TRUE(ids.empty()) << *ids.begin() << " is not among the vectors";
 }
