@@ -43,41 +43,34 @@ static std::string shown(const delivery &plan)
     return text + (plan.end->reboot ? " reboot" : "");
 }
 
-struct fault_case {
-    const char *row;
-    const char *leaves;
-};
-
-class fault_kinds : public testing::TestWithParam<fault_case>
+TEST(fault_deliver, each_kind_changes_how_the_answer_leaves)
 {
-};
-
-TEST_P(fault_kinds, change_how_the_answer_leaves)
-{
-    EXPECT_EQ(GetParam().leaves, shown(fault_deliver(parsed(GetParam().row), "answer", dialect)));
+    const struct {
+        const char *row, *leaves;
+    } rows[] = {
+        {R"({"do":"silence"})", ""},
+        {R"({"do":"late","delay_ms":70})", "+70:answer"},
+        {R"({"do":"half"})", "ans"},
+        {R"({"do":"half","bytes":5})", "answe"},
+        {R"({"do":"half","bytes":500})", "answer"},
+        {R"({"do":"garbage","data_hex":"FF 7e"})", "\xFF~"},
+        {R"({"do":"garbage","data_hex":"21","then_answer":true})", "!answer"},
+        {R"({"do":"error","text":"ERROR"})", "<ERROR>"},
+        {R"({"do":"error","data_hex":"4142"})", "AB"},
+        {R"({"do":"hangup"})", "!never"},
+        {R"({"do":"hangup","bytes":2,"return_ms":9})", "an!9"},
+        {R"({"do":"hangup","return_ms":0,"reboot":true})", "!0 reboot"},
+        {R"({"do":"double"})", "answeranswer"},
+        {R"({"do":"unsolicited","text":"RING"})", "<RING>answer"},
+        {R"({"do":"split","delay_ms":30})", "ans+30:wer"},
+        {R"({"do":"split","delay_ms":30,"bytes":1})", "a+30:nswer"},
+        {R"({"do":"pad","bytes":9})", "...answer"},
+        {R"({"do":"pad","bytes":9,"at_end":true})", "answer..."},
+        {R"({"do":"pad","bytes":3})", "answer"},
+    };
+    for (const auto &[row, leaves] : rows)
+        EXPECT_EQ(leaves, shown(fault_deliver(parsed(row), "answer", dialect))) << row;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    all, fault_kinds,
-    testing::Values(fault_case{R"({"do":"silence"})", ""},
-                    fault_case{R"({"do":"late","delay_ms":70})", "+70:answer"},
-                    fault_case{R"({"do":"half"})", "ans"},
-                    fault_case{R"({"do":"half","bytes":5})", "answe"},
-                    fault_case{R"({"do":"half","bytes":500})", "answer"},
-                    fault_case{R"({"do":"garbage","data_hex":"FF 7e"})", "\xFF~"},
-                    fault_case{R"({"do":"garbage","data_hex":"21","then_answer":true})", "!answer"},
-                    fault_case{R"({"do":"error","text":"ERROR"})", "<ERROR>"},
-                    fault_case{R"({"do":"error","data_hex":"4142"})", "AB"},
-                    fault_case{R"({"do":"hangup"})", "!never"},
-                    fault_case{R"({"do":"hangup","bytes":2,"return_ms":9})", "an!9"},
-                    fault_case{R"({"do":"hangup","return_ms":0,"reboot":true})", "!0 reboot"},
-                    fault_case{R"({"do":"double"})", "answeranswer"},
-                    fault_case{R"({"do":"unsolicited","text":"RING"})", "<RING>answer"},
-                    fault_case{R"({"do":"split","delay_ms":30})", "ans+30:wer"},
-                    fault_case{R"({"do":"split","delay_ms":30,"bytes":1})", "a+30:nswer"},
-                    fault_case{R"({"do":"pad","bytes":9})", "...answer"},
-                    fault_case{R"({"do":"pad","bytes":9,"at_end":true})", "answer..."},
-                    fault_case{R"({"do":"pad","bytes":3})", "answer"}));
 
 TEST(fault_deliver, noise_is_the_same_in_every_run_and_not_ascii)
 {
@@ -107,22 +100,14 @@ protected:
     int executed_ = 0;
 };
 
-TEST_F(engine, takes_only_requests_that_begin_with_the_match)
+TEST_F(engine, takes_requests_that_begin_with_the_match_skips_and_counts)
 {
-    add(R"({"match":"AT!G","do":"silence"})");
+    add(R"({"match":"AT!G","skip":1,"count":2,"do":"silence"})");
+    EXPECT_EQ("AT!GSTATUS?!", ask("AT!GSTATUS?"));
     EXPECT_EQ("AT!", ask("AT"));
     EXPECT_EQ("", ask("AT!GSTATUS?"));
-    EXPECT_EQ("AT!GSTATUS?!", ask("AT!GSTATUS?"));
-}
-
-TEST_F(engine, skips_then_counts)
-{
-    add(R"({"match":"A","skip":1,"count":2,"do":"silence"})");
-    EXPECT_EQ("A!", ask("A"));
-    EXPECT_EQ("B!", ask("B"));
-    EXPECT_EQ("", ask("A"));
-    EXPECT_EQ("", ask("A"));
-    EXPECT_EQ("A!", ask("A"));
+    EXPECT_EQ("", ask("AT!G"));
+    EXPECT_EQ("AT!G!", ask("AT!G"));
 }
 
 TEST_F(engine, count_zero_lasts_until_it_is_cleared)
@@ -156,6 +141,8 @@ TEST_F(engine, timed_faults_act_alone_or_wait_for_a_request_from_then_on)
 {
     std::string alone;
     faults_.set_alone([&](const fault &f) { alone += fault_name(f); });
+    add(R"({"at_ms":1,"do":"garbage","bytes":3})");
+    faults_.clear(); // and the times with them
     add(R"({"at_ms":1,"do":"hangup"})");
     add(R"({"at_ms":1,"do":"half"})");
     add(R"({"at_ms":1,"match":"X","do":"hangup"})");
@@ -165,17 +152,6 @@ TEST_F(engine, timed_faults_act_alone_or_wait_for_a_request_from_then_on)
     EXPECT_EQ("hangup", alone);
     EXPECT_EQ("A", ask("A"));
     EXPECT_EQ("!never", ask("X"));
-}
-
-TEST_F(engine, clearing_forgets_what_is_timed)
-{
-    int alone = 0;
-    faults_.set_alone([&](const fault &) { alone++; });
-    add(R"({"at_ms":1,"do":"hangup"})");
-    faults_.clear();
-    loop_.after(5, [&] { loop_.stop(); });
-    ASSERT_EQ(0, loop_.run());
-    EXPECT_EQ(0, alone);
 }
 
 TEST(outbox_order, a_late_answer_is_overtaken_and_dies_with_its_line)

@@ -7,64 +7,55 @@
 #include <gtest/gtest.h>
 
 // "LINE: path: reason", or "" if it is accepted.
-static std::string refusal_of(const std::string &text,
-                              scenario_source source = scenario_source::file)
+static std::string refusal_of(const std::string &text)
 {
     scenario given;
     json_refusal refusal;
     int line = 0;
-    if (scenario_parse_text(text, source, given, refusal, line) == 0)
+    if (scenario_parse_text(text, scenario_source::file, given, refusal, line) == 0)
         return "";
     return std::to_string(line) + ": " + json_refusal_text(refusal);
 }
 
-struct refusal_case {
-    const char *text;
-    const char *place; // what the refusal begins with
-};
-
-class refused_scenarios : public testing::TestWithParam<refusal_case>
+TEST(scenario_parse, names_line_and_key_of_what_is_wrong)
 {
-};
-
-TEST_P(refused_scenarios, name_line_and_key)
-{
-    const std::string refusal = refusal_of(GetParam().text);
-    EXPECT_TRUE(refusal.starts_with(GetParam().place)) << GetParam().text << "\n" << refusal;
+    const struct {
+        const char *text;
+        const char *place; // what the refusal begins with
+    } rows[] = {
+        {"", "1: "},
+        {"{\n\"faults\": [}", "2: "},
+        {"[]", "1: must be an object"},
+        {"{\"state\": {},\n\"state\": {}}", "2: duplicate"},
+        {"{\n\"sate\": {}}", "2: sate: unknown key"},
+        {"{\"state\": []}", "1: state: must be an object"},
+        {"{\"clear_faults\": true}", "1: clear_faults: unknown key"},
+        {"{\"faults\": {}}", "1: faults: must be an array"},
+        {"{\"state\": {\"a\": [1, {\"do\": \"}\\\"]\"}]},\n \"faults\": [\n"
+         "  {\"do\": \"silence\"},\n  {\"match\": \"x\",\n   \"do\": \"explode\"}]}",
+         "5: faults[1].do: unknown fault 'explode'"},
+        {"{\"faults\": [3]}", "1: faults[0]: must be an object"},
+        {"{\"faults\": [\n{}]}", "2: faults[0].do: what to do is missing"},
+        {"{\"faults\": [{\"do\": \"late\"}]}", "1: faults[0].delay_ms: "},
+        {"{\"faults\": [{\"do\": \"pad\"}]}", "1: faults[0].bytes: "},
+        {"{\"faults\": [{\"do\": \"garbage\"}]}", "1: faults[0].data_hex: "},
+        {"{\"faults\": [{\"do\": \"garbage\", \"data_hex\": \"0g\"}]}", "1: faults[0].data_hex: "},
+        {"{\"faults\": [{\"do\": \"garbage\", \"data_hex\": \"123\"}]}", "1: faults[0].data_hex: "},
+        {"{\"faults\": [{\"do\": \"half\", \"bytes\": -1}]}", "1: faults[0].bytes: "},
+        {"{\"faults\": [{\"do\": \"half\", \"bytes\": 1e99}]}", "1: faults[0].bytes: "},
+        {"{\"faults\": [{\"do\": \"silence\", \"count\": \"1\"}]}", "1: faults[0].count: "},
+        {"{\"faults\": [{\"do\": \"silence\", \"text\": \"x\"}]}",
+         "1: faults[0].text: unknown key for the fault 'silence'"},
+        {"{\"shell\": [{}, {\"status\": 256}]}", "1: shell[1].status: "},
+        {"{\"shell\": [{\"stats\": 1}]}", "1: shell[0].stats: unknown key"},
+        {"{\"config\": {\"ports\": 0}}", "1: config.ports: "},
+        {"{\"config\": {\"nmea\": \"yes\"}}", "1: config.nmea: "},
+    };
+    for (const auto &[text, place] : rows) {
+        const std::string refusal = refusal_of(text);
+        EXPECT_TRUE(refusal.starts_with(place)) << text << "\n" << refusal;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    all, refused_scenarios,
-    testing::Values(
-        refusal_case{"", "1: "}, refusal_case{"{\n\"faults\": [}", "2: "},
-        refusal_case{"[]", "1: must be an object"},
-        refusal_case{"{\"state\": {},\n\"state\": {}}", "2: duplicate"},
-        refusal_case{"{\n\"sate\": {}}", "2: sate: unknown key"},
-        refusal_case{"{\"state\": []}", "1: state: must be an object"},
-        refusal_case{"{\"clear_faults\": true}", "1: clear_faults: unknown key"},
-        refusal_case{"{\"faults\": {}}", "1: faults: must be an array"},
-        refusal_case{"{\"state\": {\"a\": [1, {\"do\": \"}\\\"]\"}]},\n \"faults\": [\n"
-                     "  {\"do\": \"silence\"},\n  {\"match\": \"x\",\n   \"do\": \"explode\"}]}",
-                     "5: faults[1].do: unknown fault 'explode'"},
-        refusal_case{"{\"faults\": [3]}", "1: faults[0]: must be an object"},
-        refusal_case{"{\"faults\": [\n{}]}", "2: faults[0].do: what to do is missing"},
-        refusal_case{"{\"faults\": [{\"do\": \"late\"}]}", "1: faults[0].delay_ms: "},
-        refusal_case{"{\"faults\": [{\"do\": \"pad\"}]}", "1: faults[0].bytes: "},
-        refusal_case{"{\"faults\": [{\"do\": \"garbage\"}]}", "1: faults[0].data_hex: "},
-        refusal_case{"{\"faults\": [{\"do\": \"garbage\", \"data_hex\": \"0g\"}]}",
-                     "1: faults[0].data_hex: "},
-        refusal_case{"{\"faults\": [{\"do\": \"garbage\", \"data_hex\": \"123\"}]}",
-                     "1: faults[0].data_hex: "},
-        refusal_case{"{\"faults\": [{\"do\": \"half\", \"bytes\": -1}]}", "1: faults[0].bytes: "},
-        refusal_case{"{\"faults\": [{\"do\": \"half\", \"bytes\": 1e99}]}", "1: faults[0].bytes: "},
-        refusal_case{"{\"faults\": [{\"do\": \"silence\", \"count\": \"1\"}]}",
-                     "1: faults[0].count: "},
-        refusal_case{"{\"faults\": [{\"do\": \"silence\", \"text\": \"x\"}]}",
-                     "1: faults[0].text: unknown key for the fault 'silence'"},
-        refusal_case{"{\"shell\": [{}, {\"status\": 256}]}", "1: shell[1].status: "},
-        refusal_case{"{\"shell\": [{\"stats\": 1}]}", "1: shell[0].stats: unknown key"},
-        refusal_case{"{\"config\": {\"ports\": 0}}", "1: config.ports: "},
-        refusal_case{"{\"config\": {\"nmea\": \"yes\"}}", "1: config.nmea: "}));
 
 TEST(scenario_parse, takes_all_of_a_good_one)
 {
