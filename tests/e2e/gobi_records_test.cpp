@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <fstream>
+#include <pugixml.hpp>
 #include <sstream>
 
 class gobi_records_appliance : public appliance
@@ -97,4 +98,28 @@ TEST_F(gobi_records_appliance, what_is_not_there_is_left_out)
     EXPECT_EQ(status("service-mode"), "LTE");
     EXPECT_EQ(tessera({"--radio=off"}).code, 0);
     EXPECT_EQ(status("signal-quality"), "(none)");
+}
+
+TEST_F(gobi_records_appliance, hostile_texts_arrive_in_well_formed_xml)
+{
+    const std::string hostile = R"("<a href='x'>&lt;\u0001\u001b[2J\r\n]]></manufacturer>é\uffff")";
+    bring_up(R"({"manufacturer": )" + hostile + R"(, "model": )" + hostile + R"(, "hardware": )" +
+             hostile + R"(, "revision": )" + hostile + R"(, "imsi": )" + hostile +
+             R"(, "msisdn": )" + hostile + R"(, "carrier_build": )" + hostile + "}");
+    const client_result result = tessera({"-i", "-s", "-x"});
+    EXPECT_EQ(result.code, 0);
+    const std::string head = "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\"?>\n";
+    ASSERT_TRUE(result.out.starts_with(head));
+    pugi::xml_document document;
+    const std::string body = "<both>" + result.out.substr(head.size()) + "</both>";
+    ASSERT_TRUE(
+        document.load_string(body.c_str(), pugi::parse_default & ~unsigned{pugi::parse_eol}))
+        << body;
+    const auto both = document.child("both");
+    const std::string shown = "<a href='x'>&lt;??[2J\r\n]]></manufacturer>é?";
+    for (const char *key : {"manufacturer", "product", "hardware", "amss-version"})
+        EXPECT_EQ(both.child("info").child(key).text().get(), shown) << key;
+    for (const char *key : {"sim-imsi", "phone-number1", "preferred-carrier"})
+        EXPECT_EQ(both.child("status").child(key).text().get(), shown) << key;
+    EXPECT_EQ(tessera({"-i", "-s"}).code, 0);
 }

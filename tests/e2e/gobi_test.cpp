@@ -1,10 +1,12 @@
 // A Gobi modem from attach to reset, and what can go wrong on its link.
 
+#include "sms/split.h"
 #include "sms/spool.h"
 #include "support/appliance.h"
 
 #include <algorithm>
 #include <csignal>
+#include <ctime>
 #include <filesystem>
 
 #include <jansson.h>
@@ -95,6 +97,31 @@ TEST_F(gobi_appliance, a_call_that_takes_its_time_is_waited_for)
     EXPECT_EQ(state("session"), "true");
 }
 
+TEST_F(gobi_appliance, names_of_any_length_are_bounded)
+{
+    const auto digits = [](size_t length) {
+        std::string all;
+        for (size_t i = 0; i < length; i++)
+            all += "6E";
+        return all;
+    };
+    bring_up(R"({"state": {"model": "MC7304"}})");
+    for (const size_t length : {1u, 100u, 255u, 256u, 257u, 10000u}) {
+        const std::string text(length, 'n');
+        EXPECT_EQ(
+            tessera({"--dip_connect", "--apn=" + text, "--username=" + text, "--password=" + text})
+                .code,
+            0)
+            << length << ": a profile that the modem does not take is no reason to stop";
+        const std::string sent = digits(std::min<size_t>(length, 256));
+        EXPECT_GE(count(modem_log(), " 14=" + sent + " 1D=01 1B=" + sent + " 1C=" + sent + " ["), 1)
+            << length;
+        EXPECT_EQ(tessera({"-d"}).code, 0);
+    }
+    EXPECT_EQ(count(modem_log(), digits(257)), 0);
+    EXPECT_EQ(tessera({"--ping"}).code, 0);
+}
+
 TEST_F(gobi_appliance, a_locked_sim_is_unlocked_and_a_blocked_one_unblocked)
 {
     bring_up(R"({"state": {"pin1_enabled": true, "pin1_verified": false}})");
@@ -142,18 +169,54 @@ TEST_F(gobi_appliance, preferences_and_gps_are_the_modems_state)
     EXPECT_EQ(state("mode"), "0");
 }
 
-TEST_F(gobi_appliance, messages_come_from_both_storages_and_leave_in_parts)
+TEST_F(gobi_appliance, a_long_message_comes_in_parts_and_whole_out_of_them)
 {
     bring_up();
-    tell_sim(R"({"state": {"deliver": [{"from": "8888", "text": "Grüße 1€"},
-                                       {"from": "9999", "text": "kept", "storage": "NV"}]}})");
-    const std::string list = tessera({"--get-sms", "-l"}).out;
-    EXPECT_EQ(count(list, "sms-count 2\n"), 1) << list;
-    EXPECT_EQ(count(list, "sms-text Grüße 1€\n"), 1) << list;
-    EXPECT_EQ(spool(), (std::vector<std::string>{"From: 8888\n\nGrüße 1€", "From: 9999\n\nkept"}));
+    std::string text;
+    for (int i = 0; i < 60; i++)
+        text += "part " + std::to_string(i) + "; ";
+    tm now{};
+    const time_t seconds = time(nullptr);
+    gmtime_r(&seconds, &now);
+    pdu_3gpp form;
+    form.kind = pdu_3gpp_deliver;
+    form.number = sms_address_from_text("+4915112");
+    form.sent = {
+        now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec, 0};
+    std::vector<std::vector<uint8_t>> pdus;
+    ASSERT_EQ(sms_encode_3gpp(form, text, {9, false}, pdus), 0);
+    ASSERT_EQ(pdus.size(), 4u);
+    const auto deliver = [&](size_t part, const std::string &storage) {
+        std::string digits;
+        char pair[3];
+        for (const uint8_t octet : pdus[part]) {
+            snprintf(pair, sizeof(pair), "%02X", octet);
+            digits += pair;
+        }
+        tell_sim(R"({"state": {"deliver": [{"storage": ")" + storage + R"(", "pdu": ")" + digits +
+                 R"("}]}})");
+    };
+    for (const size_t part : {2u, 0u, 3u})
+        deliver(part, "UIM");
+    EXPECT_EQ(tessera({"--get-sms", "-l"}).out, "sms-count 0\n");
+    EXPECT_EQ(spool().size(), 0u);
+    deliver(1, "NV");
+    tell_sim(R"({"state": {"deliver": [{"from": "8888", "text": "Grüße 1€"}]}})");
+    const client_result whole = tessera({"--get-sms", "-l"});
+    EXPECT_EQ(whole.code, 0);
+    EXPECT_EQ(count(whole.out, "sms-count 2\n"), 1) << whole.out;
+    EXPECT_EQ(count(whole.out, "sms-phone +4915112\n"), 1);
+    EXPECT_EQ(count(whole.out, "sms-text " + text + "\n"), 1);
+    EXPECT_EQ(spool(),
+              (std::vector<std::string>{"From: +4915112\n\n" + text, "From: 8888\n\nGrüße 1€"}));
     EXPECT_EQ(state("messages"), "[]") << "the modem has room again";
     EXPECT_EQ(tessera({"--get-sms", "-x"}).out,
               "<sms-list>\n\t<sms-count>0</sms-count>\n</sms-list>\n");
+}
+
+TEST_F(gobi_appliance, a_long_message_goes_out_in_parts)
+{
+    bring_up();
     root.write("/test/message", "To: 5551212\n\n" + std::string(200, 'x') + "\n");
     EXPECT_EQ(tessera({"--send-sms=" + root.place("/test/message"), "--smsc=+15550111"}).code, 0);
     EXPECT_EQ(asked("WMS 0x0020 Raw send: 01=06"), 2);
@@ -174,6 +237,19 @@ TEST_F(gobi_appliance, a_daemon_killed_before_the_deletion_loses_no_message)
     start_daemon();
     EXPECT_EQ(count(tessera({"--get-sms", "-l"}).out, "sms-text still there\n"), 1);
     EXPECT_EQ(spool().size(), 2u);
+    EXPECT_EQ(state("messages"), "[]");
+}
+
+TEST_F(gobi_appliance, a_message_stays_while_the_spool_is_broken)
+{
+    bring_up(R"({"state": {"deliver": [{"from": "8888", "text": "patient"}]}})");
+    std::filesystem::remove_all(root.place("/var/spool/sms"));
+    root.write("/var/spool/sms", "in the way");
+    EXPECT_EQ(count(tessera({"--get-sms", "-l"}).out, "sms-text patient\n"), 1);
+    EXPECT_EQ(asked("WMS 0x0024"), 0);
+    std::filesystem::remove(root.place("/var/spool/sms"));
+    EXPECT_EQ(count(tessera({"--get-sms", "-l"}).out, "sms-text patient\n"), 1);
+    EXPECT_EQ(spool(), std::vector<std::string>{"From: 8888\n\npatient"});
     EXPECT_EQ(state("messages"), "[]");
 }
 
@@ -203,6 +279,25 @@ TEST_F(gobi_appliance, a_reset_is_followed_by_a_recovery)
     EXPECT_EQ(asked("DMS 0x002E Set operating mode: 01=04"), 1);
     EXPECT_EQ(tessera({"--ping"}).code, 0);
     EXPECT_EQ(tessera({"--dip_connect", "--apn=a"}).code, 0);
+}
+
+TEST_F(gobi_appliance, a_socket_that_goes_and_returns_is_found_again)
+{
+    bring_up();
+    // The daemon's own rounds ask as well, so the fault stays until it was seen.
+    tell_sim(
+        R"({"faults": [{"match": "NAS 0x0024", "do": "hangup", "return_ms": 0, "count": 0}]})");
+    EXPECT_EQ(tessera({"--connstatus"}).code, 1);
+    wait_for_log("Requests are not being made to Gobi modem, re-attaching...");
+    tell_sim(R"({"clear_faults": true})");
+    // Only an attached daemon is asked: a lost modem is recovered in a quiet interval, of which a
+    // client that asks all the time leaves none.
+    const std::string key = "config.cellmodem.tessera.status.attached";
+    wait_for("the link", [&] {
+        return count(run_program("infod-get", {key}).out, key + " 1") == 1 &&
+               tessera({"--connstatus"}).code == 0;
+    });
+    EXPECT_GE(count(modem_log(), "opened at /var/qmux_connect_socket"), 2);
 }
 
 TEST_F(gobi_appliance, a_socket_that_stays_away_for_long_is_recovered)
