@@ -90,25 +90,6 @@ TEST_F(gobi_appliance, a_session_is_started_shown_and_stopped)
     wait_for("the client ids to come back", [&] { return asked("CTL 0x0023") == 3; });
 }
 
-TEST_F(gobi_appliance, a_stored_profile_is_updated_and_used)
-{
-    bring_up(R"({"state": {"model": "MC7750"}})");
-    EXPECT_EQ(tessera({"--dip_connect", "--apn=ims.net", "--apn_type=ipv4", "--auth=1"}).code, 0);
-    EXPECT_EQ(asked("WDS 0x0028 Modify profile settings: "
-                    "01=0003 10=70726F66696C65 11=00 14=696D732E6E6574 1D=03"),
-              1);
-    EXPECT_EQ(asked("WDS 0x0020 Start network interface: 31=03"), 1);
-    EXPECT_EQ(state("session_apn"), "ims.net");
-}
-
-TEST_F(gobi_appliance, a_network_that_refuses_says_why)
-{
-    bring_up(R"({"state": {"call_end_reason": 1013}})");
-    EXPECT_EQ(tessera({"--dip_connect", "--apn=wrong"}).code, 1);
-    wait_for_log("Could not start data session on profile 1 with APN wrong: 1013: Unknown APN");
-    EXPECT_EQ(count(shell_log(), "udhcpc"), 0);
-}
-
 TEST_F(gobi_appliance, a_call_that_takes_its_time_is_waited_for)
 {
     bring_up(R"({"state": {"connect_ms": 600}})");
@@ -233,6 +214,14 @@ TEST_F(gobi_appliance, a_long_message_comes_in_parts_and_whole_out_of_them)
               "<sms-list>\n\t<sms-count>0</sms-count>\n</sms-list>\n");
 }
 
+TEST_F(gobi_appliance, a_long_message_goes_out_in_parts)
+{
+    bring_up();
+    root.write("/test/message", "To: 5551212\n\n" + std::string(200, 'x') + "\n");
+    EXPECT_EQ(tessera({"--send-sms=" + root.place("/test/message"), "--smsc=+15550111"}).code, 0);
+    EXPECT_EQ(asked("WMS 0x0020 Raw send: 01=06"), 2);
+}
+
 // A daemon that is killed behind the spooling and before the deletion knows of nothing afterwards: the
 // message is spooled twice rather than not at all.
 TEST_F(gobi_appliance, a_daemon_killed_before_the_deletion_loses_no_message)
@@ -264,34 +253,21 @@ TEST_F(gobi_appliance, a_message_stays_while_the_spool_is_broken)
     EXPECT_EQ(state("messages"), "[]");
 }
 
-TEST_F(gobi_appliance, messages_are_sent_in_the_modems_coding)
+TEST_F(gobi_appliance, a_cdma_modem_has_its_own_messages_and_profile)
 {
-    for (const char *modem : {"LTE", "CDMA"}) {
-        bring_up(std::string(R"({"state": {"modem": ")") + modem + "\"}}");
-        root.write("/test/message",
-                   "To: 5551212\n\n" + std::string(100, 'x') + "\n" + std::string(100, 'y') + "\n");
-        EXPECT_EQ(tessera({"--send-sms=" + root.place("/test/message"), "--smsc=+15550111"}).code,
-                  0);
-        const bool cdma = std::string(modem) == "CDMA";
-        EXPECT_EQ(asked(cdma ? "WMS 0x0020 Raw send: 01=00" : "WMS 0x0020 Raw send: 01=06"), 2);
-        tell_sim(R"({"state": {"send_error": 54}})");
-        EXPECT_EQ(tessera({"--send-sms=" + root.place("/test/message")}).code, 1);
-        wait_for_log("SMS Send failed - rv 1054 - errorcode 54");
-        if (cdma) {
-            tell_sim(
-                R"({"state": {"deliver": [{"from": "5551212", "text": "hi", "mode": "cdma"}]}})");
-            const std::string list = tessera({"--get-sms", "-l"}).out;
-            EXPECT_EQ(count(list, "sms-phone 5551212\n"), 1) << list;
-            EXPECT_EQ(count(list, " UTC\nsms-text hi\n"), 1) << list;
-            EXPECT_EQ(tessera({"--dip_connect", "--apn="}).code, 0);
-            EXPECT_EQ(asked("WDS 0x0020 Start network interface: 31=03"), 1);
-        }
-        EXPECT_EQ(stop_daemon(SIGTERM), 255);
-        stop_sim();
-        std::filesystem::remove_all(root.place("/var/run/.modem"));
-        std::filesystem::remove(root.place("/var/log/modem.log"));
-        std::filesystem::remove(root.place("/test/daemon.log"));
-    }
+    bring_up(R"({"state": {"modem": "CDMA"}})");
+    root.write("/test/message", "To: 5551212\n\n" + std::string(200, 'x') + "\n");
+    EXPECT_EQ(tessera({"--send-sms=" + root.place("/test/message"), "--smsc=+15550111"}).code, 0);
+    EXPECT_EQ(asked("WMS 0x0020 Raw send: 01=00"), 2);
+    tell_sim(R"({"state": {"send_error": 54}})");
+    EXPECT_EQ(tessera({"--send-sms=" + root.place("/test/message")}).code, 1);
+    wait_for_log("SMS Send failed - rv 1054 - errorcode 54");
+    tell_sim(R"({"state": {"deliver": [{"from": "5551212", "text": "hi", "mode": "cdma"}]}})");
+    const std::string list = tessera({"--get-sms", "-l"}).out;
+    EXPECT_EQ(count(list, "sms-phone 5551212\n"), 1) << list;
+    EXPECT_EQ(count(list, " UTC\nsms-text hi\n"), 1) << list;
+    EXPECT_EQ(tessera({"--dip_connect", "--apn="}).code, 0);
+    EXPECT_EQ(asked("WDS 0x0020 Start network interface: 31=03"), 1);
 }
 
 TEST_F(gobi_appliance, a_reset_is_followed_by_a_recovery)

@@ -1,18 +1,10 @@
 #include "qmi/qmux.h"
 #include "qmi/tlv.h"
+#include "support/fake_qmuxd.h"
 
 #include <gtest/gtest.h>
 
 using bytes = std::vector<uint8_t>;
-
-// "01 0c 00" as bytes.
-static bytes from_hex(const std::string &text)
-{
-    bytes all;
-    for (size_t i = 0; i + 1 < text.size(); i += 3)
-        all.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
-    return all;
-}
 
 struct frame_row {
     const char *name;
@@ -49,7 +41,7 @@ class qmux_frames : public testing::TestWithParam<frame_row>
 TEST_P(qmux_frames, decode_to_their_fields_and_encode_to_their_bytes)
 {
     const frame_row &row = GetParam();
-    const bytes frame = from_hex(row.hex);
+    const bytes frame = octets_of(row.hex);
     qmux_message message;
     ASSERT_EQ(qmux_decode(frame, message), 0);
     EXPECT_EQ(message.from_modem, row.from_modem);
@@ -66,7 +58,7 @@ TEST_P(qmux_frames, decode_to_their_fields_and_encode_to_their_bytes)
 
 TEST_P(qmux_frames, are_refused_when_cut_or_lengthened)
 {
-    bytes frame = from_hex(GetParam().hex);
+    bytes frame = octets_of(GetParam().hex);
     qmux_message message;
     for (size_t cut = 0; cut < frame.size(); cut++) {
         const std::span<const uint8_t> part = std::span(frame).first(cut);
@@ -87,10 +79,10 @@ INSTANTIATE_TEST_SUITE_P(public_frames, qmux_frames, testing::ValuesIn(frame_row
 TEST(qmux, a_byte_that_begins_no_frame_is_noticed_at_once)
 {
     size_t size = 0;
-    EXPECT_EQ(qmux_frame_size(from_hex("02"), size), -1);
-    EXPECT_EQ(qmux_frame_size(from_hex("01 0a 00 80 00 00"), size), -1) << "no room for a header";
-    EXPECT_EQ(qmux_frame_size(from_hex("01 0b 00 80 02 01"), size), -1) << "a service needs more";
-    EXPECT_EQ(qmux_frame_size(from_hex("01 ff ff 80 02 01"), size), 0);
+    EXPECT_EQ(qmux_frame_size(octets_of("02"), size), -1);
+    EXPECT_EQ(qmux_frame_size(octets_of("01 0a 00 80 00 00"), size), -1) << "no room for a header";
+    EXPECT_EQ(qmux_frame_size(octets_of("01 0b 00 80 02 01"), size), -1) << "a service needs more";
+    EXPECT_EQ(qmux_frame_size(octets_of("01 ff ff 80 02 01"), size), 0);
     EXPECT_EQ(size, qmux_frame_bytes_max);
 }
 
@@ -102,12 +94,12 @@ TEST(qmux, inner_faults_are_refused)
              "01 0b 00 80 00 00 04 00 27 00 00 00",                // not one of the control service
              "01 10 00 80 02 01 02 02 00 22 00 03 00 01 01 00 07", // fewer TLVs than bytes
          })
-        EXPECT_EQ(qmux_decode(from_hex(hex), message), -1) << hex;
+        EXPECT_EQ(qmux_decode(octets_of(hex), message), -1) << hex;
     for (const char *hex : {
              "01 0d 00 80 02 01 02 02 00 22 00 01 00 01",          // half a TLV
              "01 10 00 80 02 01 02 02 00 22 00 04 00 01 02 00 07", // one beyond the end
          }) {
-        const bytes frame = from_hex(hex);
+        const bytes frame = octets_of(hex);
         ASSERT_EQ(qmux_decode(frame, message), 0) << "the header says whose it is";
         EXPECT_EQ(tlv_check(message.tlvs), -1);
     }
@@ -130,7 +122,7 @@ TEST(qmux, what_does_not_fit_is_not_encoded)
 
 TEST(tlv, values_are_found_whatever_their_order)
 {
-    const bytes row = from_hex("10 00 00 02 04 00 01 00 0c 00 01 02 00 34 12");
+    const bytes row = octets_of("10 00 00 02 04 00 01 00 0c 00 01 02 00 34 12");
     EXPECT_EQ(tlv_check(row), 0);
     const auto value = tlv_find(row, 0x01);
     ASSERT_TRUE(value);
@@ -148,13 +140,13 @@ TEST(tlv, values_are_found_whatever_their_order)
         EXPECT_EQ(tlv_check(std::span(row).first(cut)), -1) << cut;
         EXPECT_FALSE(tlv_find(std::span(row).first(cut), 0x01));
     }
-    EXPECT_EQ(tlv_read_result(from_hex("02 03 00 00 00 00"), result), -1);
+    EXPECT_EQ(tlv_read_result(octets_of("02 03 00 00 00 00"), result), -1);
     EXPECT_EQ(tlv_read_result({}, result), -1);
 }
 
 TEST(tlv, fields_stop_at_the_end_without_moving)
 {
-    const bytes value = from_hex("fe ff ff ff 02 61 62 03 00 63");
+    const bytes value = octets_of("fe ff ff ff 02 61 62 03 00 63");
     tlv_fields fields{value};
     int32_t number = 0;
     std::string text;
@@ -167,20 +159,6 @@ TEST(tlv, fields_stop_at_the_end_without_moving)
     EXPECT_EQ(fields.rest.size(), 3u);
     EXPECT_TRUE(fields.text(3, text));
     EXPECT_FALSE(fields.text(1, text));
-}
-
-TEST(tlv, rows_are_written_with_their_lengths)
-{
-    tlv_writer row;
-    row.begin(0x01);
-    row.number(uint8_t{1});
-    row.counted_text<uint8_t>("1234");
-    row.begin(0x14);
-    row.begin(0x12);
-    row.number(uint64_t{0x0102030405060708});
-    ASSERT_EQ(row.end(), 0);
-    EXPECT_EQ(row.bytes,
-              from_hex("01 06 00 01 04 31 32 33 34 14 00 00 12 08 00 08 07 06 05 04 03 02 01"));
 }
 
 TEST(tlv, texts_too_long_for_their_length_spoil_the_row)

@@ -113,26 +113,23 @@ TEST_F(qmi_together, several_services_become_clients_before_anything_is_sent)
     EXPECT_EQ(exchanges[2].code, qmi_not_sent);
 }
 
-struct spoilt_row {
-    const char *name;
-    qmuxd_reply reply;
-    uint32_t code;
-};
-
-static const spoilt_row spoilt_rows[] = {
-    {"missing", qmuxd_reply::silence, qmi_not_sent},
-    {"behind_another", qmuxd_reply::late, qmi_ok},
-    {"of_another_transaction", qmuxd_reply::wrong_transaction, qmi_not_sent},
-    {"of_another_message", qmuxd_reply::wrong_message, qmi_not_sent},
-    {"cut", qmuxd_reply::cut_tlvs, qmi_modem_error},
-    {"without_result", qmuxd_reply::no_result, qmi_modem_error},
-    {"an_error", qmuxd_reply::error, qmi_modem_error + 71},
-    {"in_pieces", qmuxd_reply::byte_by_byte, qmi_ok},
-};
-
 TEST_F(qmi_together, a_spoilt_answer_is_its_own_requests_matter)
 {
-    for (const spoilt_row &row : spoilt_rows) {
+    const struct {
+        const char *name;
+        qmuxd_reply reply;
+        uint32_t code;
+    } rows[] = {
+        {"missing", qmuxd_reply::silence, qmi_not_sent},
+        {"behind another", qmuxd_reply::late, qmi_ok},
+        {"of another transaction", qmuxd_reply::wrong_transaction, qmi_not_sent},
+        {"of another message", qmuxd_reply::wrong_message, qmi_not_sent},
+        {"cut", qmuxd_reply::cut_tlvs, qmi_modem_error},
+        {"without result", qmuxd_reply::no_result, qmi_modem_error},
+        {"an error", qmuxd_reply::error, qmi_modem_error + 71},
+        {"in pieces", qmuxd_reply::byte_by_byte, qmi_ok},
+    };
+    for (const auto &row : rows) {
         for (const uint16_t spoilt : {uint16_t{1}, uint16_t{5}, uint16_t{12}}) {
             SCOPED_TRACE(row.name);
             const int times = row.code == qmi_not_sent ? 2 : 1; // in company, and alone

@@ -49,6 +49,17 @@ static std::vector<octets> delivered(const std::string &text,
     return pdus;
 }
 
+static octets delivered_by_cdma(const std::string &text)
+{
+    pdu_cdma form;
+    form.kind = pdu_cdma_deliver;
+    form.number = sms_address_from_text("5551212");
+    form.sent = {2011, 2, 28, 11, 50, 5, std::nullopt};
+    std::vector<octets> pdus;
+    EXPECT_EQ(sms_encode_cdma(form, text, {}, pdus), 0);
+    return pdus.at(0);
+}
+
 class gobi_sms : public gobi_fixture
 {
 protected:
@@ -116,9 +127,10 @@ protected:
     {
         std::vector<octets> pdus;
         for (const std::string &request : qmuxd.requests()) {
-            EXPECT_TRUE(request.starts_with("5 20 01")) << request;
-            EXPECT_EQ(request.substr(5 + 6, 2), format);
-            pdus.push_back(octets_of(request.substr(5 + 12)));
+            const octets &pdu = pdus.emplace_back(octets_of(request.substr(5 + 12)));
+            EXPECT_EQ(request,
+                      "5 20 " + tlv_of(format + number(static_cast<uint32_t>(pdu.size()), 2) +
+                                       digits_of(pdu)));
         }
         return pdus;
     }
@@ -156,17 +168,15 @@ TEST_F(gobi_sms, cdma_messages_have_their_own_mode_and_coding)
 {
     root.write(marker_is_cdma_gobi, "");
     attach();
-    pdu_cdma form;
-    form.kind = pdu_cdma_deliver;
-    form.number = sms_address_from_text("5551212");
-    form.sent = {2011, 2, 28, 11, 50, 5, std::nullopt};
-    std::vector<octets> pdus;
-    ASSERT_EQ(sms_encode_cdma(form, "hello", {}, pdus), 0);
-    hold({}, {{pdus[0], 1, 0}});
+    octets pdu = delivered_by_cdma("hello");
+    hold({}, {{pdu, 1, 0}});
     EXPECT_EQ(getsms(), "sms-count 1\nsms-phone 5551212\nsms-timestamp 11/02/28 11:50:05 UTC\n"
                         "sms-text hello\n");
     EXPECT_EQ(spool(), texts{"From: 5551212\n\nhello"});
     EXPECT_EQ(deleted(), texts{"01:01"});
+    pdu.pop_back();
+    hold({{pdu, 0, 0}});
+    EXPECT_EQ(getsms().substr(0, 30), "sms-count 1\nsms-phone 5551212\n") << "also when it is cut";
 }
 
 TEST_F(gobi_sms, a_detached_modem_has_no_messages)
@@ -302,20 +312,6 @@ TEST_F(gobi_sms, what_is_no_text_is_kept_as_hexadecimal)
     EXPECT_EQ(deleted().size(), 5u) << "the user's own draft stays";
 }
 
-TEST_F(gobi_sms, the_sender_of_a_cut_cdma_message_is_found)
-{
-    root.write(marker_is_cdma_gobi, "");
-    attach();
-    pdu_cdma form;
-    form.kind = pdu_cdma_deliver;
-    form.number = sms_address_from_text("5551212");
-    std::vector<octets> pdus;
-    ASSERT_EQ(sms_encode_cdma(form, "hello", {}, pdus), 0);
-    pdus[0].pop_back();
-    hold({{pdus[0], 0, 0}});
-    EXPECT_EQ(getsms().substr(0, 30), "sms-count 1\nsms-phone 5551212\n");
-}
-
 TEST_F(gobi_sms, a_short_text_is_sent_as_one_message)
 {
     attach();
@@ -354,16 +350,12 @@ TEST_F(gobi_sms, a_long_text_is_sent_in_parts)
         EXPECT_GT(pdus.size(), 3u);
         std::string joined;
         for (size_t i = 0; i < pdus.size(); i++) {
-            sms_body body;
             pdu_3gpp message;
             pdu_cdma cdma_message;
-            if (cdma) {
-                ASSERT_EQ(pdu_cdma_decode(pdus[i], cdma_message), 0);
-                body = cdma_message.body;
-            } else {
-                ASSERT_EQ(pdu_3gpp_decode(pdus[i], message), 0);
-                body = message.body;
-            }
+            ASSERT_EQ(cdma ? pdu_cdma_decode(pdus[i], cdma_message)
+                           : pdu_3gpp_decode(pdus[i], message),
+                      0);
+            const sms_body &body = cdma ? cdma_message.body : message.body;
             ASSERT_TRUE(body.concat);
             EXPECT_EQ(body.concat->seq, i + 1);
             EXPECT_EQ(body.concat->total, pdus.size());
