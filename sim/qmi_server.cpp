@@ -364,7 +364,8 @@ void qmi_server::forget_line(int number)
     }
     services_.log.note(sim_format("line %d closed", number) +
                        (left.empty() ? "" : ", client ids left:" + left));
-    services_.loop.after(0, [gone] {}); // whoever called may still be using it
+    // Later, because whoever called may still be using the line.
+    services_.loop.after(0, [this, gone] { hooks_.settle(); });
 }
 
 void qmi_server::hang_up(const hangup &end)

@@ -502,16 +502,21 @@ TEST_F(gobi_socket, cleans_up_behind_each_client)
     watcher.allocate(qmi_wds);
     {
         qmi_peer other(path);
-        other.allocate(qmi_wds);
-        other.ask(qmi_wds, 2, 5, 0x20);
-        other.next();
-        EXPECT_EQ("indication 1/1 0 0022 01=0200 12=04", watcher.next());
-        other.ask(qmi_ctl, 0, 6, 0x23, "01=0102");
-        EXPECT_EQ("indication 1/1 0 0022 01=0100 10=0200", watcher.next()) << "its session ends";
+        for (const uint8_t id : {uint8_t{2}, uint8_t{3}}) {
+            other.allocate(qmi_wds);
+            other.ask(qmi_wds, id, 5, 0x20);
+            EXPECT_EQ("indication 1/1 0 0022 01=0200 12=04", watcher.next());
+            EXPECT_EQ(sim_format("indication 1/%u 0 0022 01=0200 12=04", id), other.next());
+            if (id == 2) {
+                other.ask(qmi_ctl, 0, 6, 0x23, "01=0102");
+                EXPECT_EQ("indication 1/1 0 0022 01=0100 10=0200", watcher.next());
+            }
+        }
         EXPECT_EQ("response 0/0 1 0022 02=00000000 01=0201", other.allocate(qmi_dms));
-        EXPECT_EQ(2, state_number("clients"));
+        EXPECT_EQ(3, state_number("clients"));
     }
-    wait_for("its client id", [&] { return state_number("clients") == 1; });
+    EXPECT_EQ("indication 1/1 0 0022 01=0100 10=0200", watcher.next()) << "ends with its line";
+    EXPECT_EQ(1, state_number("clients"));
 }
 
 TEST_F(gobi_socket, announces_messages_that_arrive)
