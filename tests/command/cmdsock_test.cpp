@@ -1,5 +1,4 @@
 #include "command/cmdsock.h"
-#include "platform/paths.h"
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 
@@ -63,61 +62,66 @@ protected:
         ASSERT_TRUE(client) << error;
     }
 
-    // One whole exchange; the argument vector as the server understood it.
-    std::vector<std::string> ask(const std::vector<const char *> &argv, int code,
-                                 const char *results)
+    int request(const std::vector<const char *> &argv)
     {
-        EXPECT_EQ(cmdsock_send_request(client.get(), static_cast<int>(argv.size()), argv.data(),
-                                       error, sizeof(error)),
-                  0)
-            << error;
-        cmdsock_sender sender;
-        argument_vector arguments;
-        if (cmdsock_recv_request(server.get(), sender, arguments) == 0)
-            (void)cmdsock_send_reply(server.get(), sender, code, results);
-        return strings(arguments);
+        return cmdsock_send_request(client.get(), static_cast<int>(argv.size()), argv.data(), error,
+                                    sizeof(error));
+    }
+
+    // A request that the server has read and not answered yet.
+    void request_from(const unique_fd &fd)
+    {
+        ASSERT_EQ(send(fd.get(), "[]", 2, 0), 2);
+        ASSERT_EQ(cmdsock_recv_request(server.get(), sender, arguments), 0);
+    }
+
+    int reply(int answer_code, const std::string &answer)
+    {
+        return cmdsock_send_reply(server.get(), sender, answer_code, answer.c_str());
+    }
+
+    int receive_reply()
+    {
+        return cmdsock_recv_reply(client.get(), code, results, error, sizeof(error));
     }
 
     temp_root root;
+    log_capture log;
     unique_fd server, client;
+    cmdsock_sender sender;
+    argument_vector arguments;
+    int code = 7;
+    std::string results = "untouched";
     char error[256] = "";
 };
 
 TEST_F(channel, a_request_and_its_reply)
 {
-    EXPECT_EQ(ask({"tessera", "-x", "grün"}, 1, "text\n"),
-              (std::vector<std::string>{"tessera", "-x", "grün"}));
-    int code = -1;
-    std::string results;
-    EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), 0) << error;
+    EXPECT_EQ(request({"tessera", "-x", "grün"}), 0) << error;
+    EXPECT_EQ(cmdsock_recv_request(server.get(), sender, arguments), 0);
+    EXPECT_EQ(strings(arguments), (std::vector<std::string>{"tessera", "-x", "grün"}));
+    EXPECT_EQ(reply(1, "text\n"), 0);
+    EXPECT_EQ(receive_reply(), 0) << error;
     EXPECT_EQ(code, 1);
     EXPECT_EQ(results, "text\n");
-    EXPECT_EQ(ask({}, 0, ""), std::vector<std::string>{});
 }
 
 TEST_F(channel, requests_that_cannot_be_sent)
 {
-    const char *not_utf8[] = {"tessera", "\xFF"};
-    EXPECT_EQ(cmdsock_send_request(client.get(), 2, not_utf8, error, sizeof(error)), -1);
+    EXPECT_EQ(request({"tessera", "\xFF"}), -1);
     EXPECT_STREQ(error, "Failed to build JSON message");
-    const std::string huge(cmdsock_datagram_max, 'x');
-    const char *too_long[] = {"tessera", huge.c_str()};
-    EXPECT_EQ(cmdsock_send_request(client.get(), 2, too_long, error, sizeof(error)), -1);
+    EXPECT_EQ(request({"tessera", std::string(cmdsock_datagram_max, 'x').c_str()}), -1);
     EXPECT_STREQ(error, "Message is too long");
 }
 
 TEST_F(channel, a_server_that_is_gone_is_told_in_the_log_too)
 {
-    const log_capture log;
     server.reset();
-    const char *request[] = {"tessera"};
-    EXPECT_EQ(cmdsock_send_request(client.get(), 1, request, error, sizeof(error)), -1);
+    EXPECT_EQ(request({"tessera"}), -1);
     EXPECT_STREQ(error, "Connection refused");
     EXPECT_EQ(log.count("700 Could not send message to server: Connection refused"), 1);
-    int code = -1;
-    std::string results;
     client.reset(open("/", O_RDONLY | O_DIRECTORY));
-    EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), -1);
+    EXPECT_EQ(receive_reply(), -1);
     EXPECT_EQ(log.count("700 Could not receive message from server: "
                         "Socket operation on non-socket"),
               1);
@@ -136,18 +140,14 @@ TEST_F(channel, only_the_owner_and_the_group_may_connect)
 
 TEST_F(channel, an_empty_datagram_and_a_gone_client)
 {
-    const log_capture log;
-    cmdsock_sender sender;
-    argument_vector arguments;
     ASSERT_EQ(send(client.get(), "", 0, 0), 0);
     EXPECT_EQ(cmdsock_recv_request(server.get(), sender, arguments), -1);
     EXPECT_EQ(log.count("300 Empty message from client"), 1);
 
-    ASSERT_EQ(send(client.get(), "[]", 2, 0), 2);
-    EXPECT_EQ(cmdsock_recv_request(server.get(), sender, arguments), 0);
+    request_from(client);
     client.reset();
     unlink(root.place("/tmp/client").c_str());
-    EXPECT_EQ(cmdsock_send_reply(server.get(), sender, 0, "late"), -1);
+    EXPECT_EQ(reply(0, "late"), -1);
     EXPECT_EQ(log.count("700 Could not send message to tessera client: No such file or directory,"
                         " it may have been terminated early"),
               1);
@@ -155,20 +155,15 @@ TEST_F(channel, an_empty_datagram_and_a_gone_client)
 
 TEST_F(channel, a_client_that_does_not_read_delays_nobody)
 {
-    const log_capture log;
-    cmdsock_sender sender;
-    argument_vector arguments;
-    ASSERT_EQ(send(client.get(), "[]", 2, 0), 2);
-    ASSERT_EQ(cmdsock_recv_request(server.get(), sender, arguments), 0);
+    request_from(client);
     const std::string large(60000, 'x');
     int sent = 0;
-    while (sent < 10000 && cmdsock_send_reply(server.get(), sender, 0, large.c_str()) == 0)
+    while (sent < 10000 && reply(0, large) == 0)
         sent++;
     EXPECT_LT(sent, 10000) << "the queue must fill and the send return";
     EXPECT_TRUE(log.has("it may have been terminated early"));
     EXPECT_TRUE(log.has("400 A reply of 60027 bytes was not taken: "));
-    const std::string huge(10 << 20, 'x');
-    EXPECT_EQ(cmdsock_send_reply(server.get(), sender, 0, huge.c_str()), -1);
+    EXPECT_EQ(reply(0, std::string(10 << 20, 'x')), -1);
     EXPECT_TRUE(log.has("400 A reply of 10485787 bytes is too long to be sent"));
 }
 
@@ -181,17 +176,13 @@ TEST_F(channel, clients_that_do_not_read_take_no_reply_from_others)
         idle.push_back(cmdsock_client_open(path, cmdsock_path, error, sizeof(error)));
         ASSERT_TRUE(idle.back()) << error;
         for (int i = 0; i < 10; i++) {
-            cmdsock_sender sender;
-            argument_vector arguments;
-            ASSERT_EQ(send(idle.back().get(), "[]", 2, 0), 2);
-            ASSERT_EQ(cmdsock_recv_request(server.get(), sender, arguments), 0);
-            ASSERT_EQ(cmdsock_send_reply(server.get(), sender, 0, text.c_str()), 0) << path << i;
+            request_from(idle.back());
+            ASSERT_EQ(reply(0, text), 0) << path << i;
         }
     }
-    (void)ask({"tessera"}, 0, text.c_str());
-    int code = -1;
-    std::string results;
-    EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), 0) << error;
+    request_from(client);
+    EXPECT_EQ(reply(0, text), 0);
+    EXPECT_EQ(receive_reply(), 0) << error;
     EXPECT_EQ(results, text);
 }
 
@@ -200,14 +191,11 @@ TEST_F(channel, broken_replies)
     for (const char *reply : {"", "x", "[]", "{\"results\":\"a\"}", "{\"ret_code\":0}",
                               "{\"results\":1,\"ret_code\":0}",
                               "{\"results\":\"\",\"ret_code\":\"0\"}", "{\"results\":\"cut"}) {
-        sockaddr_un address;
-        ASSERT_EQ(socket_address("/tmp/client", address, sizeof(address.sun_path)), 0);
+        request_from(client);
         ASSERT_EQ(sendto(server.get(), reply, strlen(reply), 0,
-                         reinterpret_cast<sockaddr *>(&address), sizeof(address)),
+                         reinterpret_cast<sockaddr *>(&sender.address), sizeof(sender.address)),
                   static_cast<ssize_t>(strlen(reply)));
-        int code = 7;
-        std::string results = "untouched";
-        EXPECT_EQ(cmdsock_recv_reply(client.get(), code, results, error, sizeof(error)), -1);
+        EXPECT_EQ(receive_reply(), -1);
         EXPECT_EQ(code, 7) << reply;
         EXPECT_EQ(results, "untouched") << reply;
         EXPECT_STREQ(error, *reply ? "incomplete reply" : "empty message");

@@ -16,8 +16,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -80,19 +78,15 @@ class main_loop : public testing::Test
 protected:
     void SetUp() override
     {
-        setenv("TESSERA_TIME_SCALE", "0.001", 1);
         recorder = &calls;
         fitted_slots = fake_modem_slots;
         fitted_slots.data_up = nullptr;
         tesserad = {};
+        ASSERT_EQ(signals_install(), 0);
         ASSERT_EQ(cellmodem_create(&tesserad.modem), 0);
         tesserad.modem->attached = true;
     }
-    void TearDown() override
-    {
-        cellmodem_destroy(&tesserad.modem);
-        unsetenv("TESSERA_TIME_SCALE");
-    }
+    void TearDown() override { cellmodem_destroy(&tesserad.modem); }
 
     int run()
     {
@@ -113,6 +107,14 @@ protected:
         log.on_line(nullptr);
     }
 
+    void on_start(const std::function<void()> &action)
+    {
+        log.on_line([=](const std::string &line) {
+            if (line.find("start time:") != line.npos)
+                action();
+        });
+    }
+
     [[nodiscard]] texts lines_with(const std::string &part) const
     {
         texts found = log.lines();
@@ -128,6 +130,7 @@ protected:
         return fd;
     }
 
+    const short_waits waits;
     temp_root root;
     fake_modem calls;
     log_capture log;
@@ -141,23 +144,15 @@ TEST_F(main_loop, the_third_failed_ping_in_a_row_recovers_and_every_one_after_it
     fitted_slots.ping = scripted_ping;
     pings = {-1, 0, -1, -1, -1, -1, 0, -1};
     EXPECT_EQ(run(), 0);
-    const texts published = {"info(2)", "status(2)"};
-    const texts recovered = {"detach()", "attach()", "ping of the recovery"};
-    texts expected;
-    const auto add = [&](const char *ping, const texts &then) {
-        expected.emplace_back(ping);
-        expected.insert(expected.end(), then.begin(), then.end());
-    };
-    add("failed ping", published);
-    add("good ping", published);
-    add("failed ping", published);
-    add("failed ping", published);
-    add("failed ping", recovered); // nothing is published in that round
-    add("failed ping", recovered); // the recovery did not set the count back
-    add("good ping", published);
-    add("failed ping", published);
-    expected.insert(expected.end(), published.begin(), published.end()); // the round that ended it
-    EXPECT_EQ(calls.calls, expected);
+    // Nothing is published in a round that recovers, and a recovery does not set the count back.
+    EXPECT_EQ(calls.calls,
+              (texts{"failed ping", "info(2)",     "status(2)",   "good ping",
+                     "info(2)",     "status(2)",   "failed ping", "info(2)",
+                     "status(2)",   "failed ping", "info(2)",     "status(2)",
+                     "failed ping", "detach()",    "attach()",    "ping of the recovery",
+                     "failed ping", "detach()",    "attach()",    "ping of the recovery",
+                     "good ping",   "info(2)",     "status(2)",   "failed ping",
+                     "info(2)",     "status(2)",   "info(2)",     "status(2)"}));
     texts counts;
     for (const int count : {1, 1, 2, 3, 4, 1})
         counts.push_back("400 Failed to communicate with modem: " + std::to_string(count) +
@@ -165,6 +160,12 @@ TEST_F(main_loop, the_third_failed_ping_in_a_row_recovers_and_every_one_after_it
     EXPECT_EQ(lines_with("Failed to communicate"), counts);
     EXPECT_EQ(log.count("300 Reached 3 communcation errors, recovering modem..."), 2);
     EXPECT_EQ(log.count("600 Reconfiguring tesserad modem..."), 2);
+}
+
+static void send_request(const unique_fd &client, const std::string &request)
+{
+    EXPECT_EQ(send(client.get(), request.data(), request.size(), 0),
+              static_cast<ssize_t>(request.size()));
 }
 
 // A command every now and then, and the check never has its quiet interval.
@@ -175,12 +176,10 @@ static int slow_status(cellmodem &, FILE *, int)
 {
     constexpr int slow_ms = 20; // twice the interval under this time scale
     constexpr int commands = 10;
-    static constexpr char request[] = "[\"tessera\",\"-s\"]";
     clock_sleep_ms(slow_ms);
     if (statuses++ == 0) // the loop's own
         for (int i = 0; i < commands; i++)
-            EXPECT_EQ(send(busy_client.get(), request, sizeof(request) - 1, 0),
-                      static_cast<ssize_t>(sizeof(request) - 1));
+            send_request(busy_client, "[\"tessera\",\"-s\"]");
     else if (statuses == commands + 1)
         tesserad.quit_requested = true;
     return 0;
@@ -194,10 +193,7 @@ TEST_F(main_loop, a_client_faster_than_the_interval_keeps_the_check_off)
         return modem.attached ? 0 : -1;
     };
     fitted_slots.status = slow_status;
-    log.on_line([&](const std::string &line) {
-        if (line.find("start time:") != line.npos)
-            busy_client = open_client();
-    });
+    on_start([&] { busy_client = open_client(); });
     EXPECT_EQ(run(), 0);
     busy_client.reset();
     EXPECT_EQ(statuses, 11);
@@ -229,7 +225,6 @@ TEST_F(main_loop, failed_records_and_the_data_session_are_told)
 
 TEST_F(main_loop, a_pause_file_that_cannot_be_made_pauses_nothing)
 {
-    ASSERT_EQ(signals_install(), 0);
     fs::remove_all(root.place("/var/run/.modem"));
     raise(SIGUSR1);
     run_until("300 Failed to pause service");
@@ -242,7 +237,6 @@ TEST_F(main_loop, a_pause_file_that_cannot_be_made_pauses_nothing)
 
 TEST_F(main_loop, a_pause_file_that_cannot_be_removed)
 {
-    ASSERT_EQ(signals_install(), 0);
     calls.results = {{"detach", -1}};
     reactions["600 cellmodem comms suspended"] = [&] {
         fs::remove(root.place(pause_path));
@@ -260,7 +254,6 @@ TEST_F(main_loop, a_pause_file_that_cannot_be_removed)
 
 TEST_F(main_loop, a_pause_file_that_cannot_be_closed)
 {
-    ASSERT_EQ(signals_install(), 0);
     reactions["600 cellmodem comms suspended"] = [&] {
         for (const auto &entry : fs::directory_iterator("/proc/self/fd"))
             if (fs::read_symlink(entry) == root.place(pause_path)) {
@@ -286,14 +279,7 @@ TEST_F(main_loop, a_recovery_goes_on_without_its_holding_file)
     EXPECT_FALSE(tesserad.reconfigure_requested);
 }
 
-// ---- what cannot be set up or served
-
-TEST_F(main_loop, without_its_socket_it_does_not_run)
-{
-    fs::remove_all(root.place("/var/run"));
-    EXPECT_EQ(run(), -1);
-    EXPECT_EQ(log.count("300 Failed to create server socket"), 1);
-}
+// ---- what cannot be served
 
 TEST_F(main_loop, a_command_without_memory_is_dropped_and_said_so)
 {
@@ -303,12 +289,10 @@ TEST_F(main_loop, a_command_without_memory_is_dropped_and_said_so)
         tesserad.quit_requested = true;
         return 0;
     };
-    log.on_line([&](const std::string &line) {
-        if (line.find("start time:") == line.npos)
-            return;
+    on_start([&] {
         client = open_client();
-        for (const char *request : {"[\"tessera\",\"--ping\"]", "[\"tessera\",\"--radio=on\"]"})
-            EXPECT_GT(send(client.get(), request, strlen(request), 0), 0);
+        send_request(client, "[\"tessera\",\"--ping\"]");
+        send_request(client, "[\"tessera\",\"--radio=on\"]");
     });
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(log.count("300 Out of memory, a command was dropped"), 1);

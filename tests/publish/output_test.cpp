@@ -10,6 +10,18 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+using texts = std::vector<std::string>;
+
+class publishing : public testing::Test
+{
+protected:
+    const std::string info = "config.cellmodem.tessera.info.";
+    const std::string status = "config.cellmodem.tessera.status.";
+    fake_infod infod;
+    log_capture log;
+    cellmodem modem;
+};
+
 // A record with one value of each kind, in one mode.
 static std::string write_record(int mode)
 {
@@ -28,9 +40,8 @@ static std::string write_record(int mode)
     return out.text();
 }
 
-TEST(output, one_record_in_each_mode)
+TEST_F(publishing, one_record_in_each_mode)
 {
-    fake_infod infod;
     EXPECT_EQ(write_record(output_xml), "<info>\n"
                                         "\t<text>a &lt;b&gt; &amp; ?\"c\"\t?</text>\n"
                                         "\t<hex>0xdeadbeef</hex>\n"
@@ -47,33 +58,27 @@ TEST(output, one_record_in_each_mode)
                                           "v6 2001:db8::1\n");
     infod.pushed.clear();
     EXPECT_EQ(write_record(3), "") << "no layout of ours: nothing is written, all is pushed";
-    const std::string prefix = "config.cellmodem.tessera.info.";
     EXPECT_EQ(infod.pushed,
-              (std::vector<std::string>{
-                  "text " + prefix + "text=a <b> & \x01\"c\"\t\xEF\xBF\xBF",
-                  "long " + prefix + "hex=" + std::to_string(static_cast<long>(0xDEADBEEF)),
-                  "long " + prefix + "big=0", "text " + prefix + "v4=10.1.2.3",
-                  "text " + prefix + "v6=2001:db8::1"}));
+              (texts{"text " + info + "text=a <b> & \x01\"c\"\t\xEF\xBF\xBF",
+                     "long " + info + "hex=" + std::to_string(static_cast<long>(0xDEADBEEF)),
+                     "long " + info + "big=0", "text " + info + "v4=10.1.2.3",
+                     "text " + info + "v6=2001:db8::1"}));
     EXPECT_EQ(infod.sessions_open, 0);
 }
 
-TEST(output, low_32_bits_keep_their_sign)
+TEST_F(publishing, low_32_bits_keep_their_sign)
 {
-    fake_infod infod;
     const memory_stream out;
     status_begin(out.get(), output_xml);
     output_longlong(out.get(), "rssi", -76, output_lines, true);
     output_longlong(out.get(), "wrap", 0x1FFFFFFFF, output_lines, true);
     status_end(out.get(), output_xml);
     EXPECT_EQ(out.text(), "<status>\nrssi -76\nwrap 8589934591\n</status>\n");
-    EXPECT_EQ(infod.pushed,
-              (std::vector<std::string>{"long config.cellmodem.tessera.status.rssi=-76",
-                                        "long config.cellmodem.tessera.status.wrap=-1"}));
+    EXPECT_EQ(infod.pushed, (texts{"long " + status + "rssi=-76", "long " + status + "wrap=-1"}));
 }
 
-TEST(output, long_keys_are_cut_for_infod_only)
+TEST_F(publishing, long_keys_are_cut_for_infod_only)
 {
-    fake_infod infod;
     const memory_stream out;
     const std::string key(100, 'k');
     output_text(out.get(), key.c_str(), "v", output_lines, true); // outside any record
@@ -82,33 +87,24 @@ TEST(output, long_keys_are_cut_for_infod_only)
     EXPECT_EQ(infod.pushed[0], "text " + ("(null)." + key).substr(0, 96) + "=v");
 }
 
-TEST(output, a_lost_value_is_logged_and_the_record_goes_on)
+TEST_F(publishing, a_lost_value_is_logged_and_the_record_goes_on)
 {
-    fake_infod infod;
     infod.start_result = 42;
     infod.start_errno = ENOENT;
-    const log_capture log;
     EXPECT_NE(write_record(output_lines).find("v6 2001:db8::1"), std::string::npos);
     EXPECT_EQ(log.count("300 Could not open infod socket: 2: No such file or directory (42)"), 5);
     EXPECT_EQ(infod.pushed.size(), 0u);
-}
-
-TEST(output, a_value_lost_at_the_end_of_its_session_is_logged_too)
-{
-    fake_infod infod;
+    log.clear();
+    infod.start_result = 0;
     infod.end_result = 9;
-    const log_capture log;
     (void)write_record(output_lines);
-    EXPECT_TRUE(log.has("300 Could not open infod socket: "));
+    EXPECT_TRUE(log.has("300 Could not open infod socket: ")) << "at the end of its session too";
     EXPECT_EQ(log.lines().size(), 5u);
     EXPECT_EQ(infod.sessions_open, 0);
 }
 
-TEST(state, a_change_is_pushed_once)
+TEST_F(publishing, a_change_is_pushed_once)
 {
-    fake_infod infod;
-    const log_capture log;
-    cellmodem modem;
     EXPECT_EQ(publish_attached(modem, false), 0);
     EXPECT_EQ(publish_attached(modem, true), 0);
     EXPECT_EQ(publish_attached(modem, true), 0);
@@ -116,44 +112,29 @@ TEST(state, a_change_is_pushed_once)
     EXPECT_EQ(publish_device_state(modem, 1), 0);
     EXPECT_EQ(publish_session_state(modem, 4), 0);
     EXPECT_EQ(publish_session_state(modem, 9), 0);
-    const std::string prefix = "config.cellmodem.tessera.status.";
-    EXPECT_EQ(infod.pushed, (std::vector<std::string>{"long " + prefix + "attached=1",
-                                                      "text " + prefix + "device-state=RESPONDING",
-                                                      "text " + prefix + "session-state=INVALID",
-                                                      "text " + prefix + "session-state=UNKNOWN"}));
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                               "600 " + prefix + "attached -> 1",
-                               "600 " + prefix + "device-state changed from UNKNOWN -> RESPONDING",
-                               "600 " + prefix + "session-state changed from UNKNOWN -> INVALID",
-                               "600 " + prefix + "session-state changed from INVALID -> UNKNOWN"}));
+    EXPECT_EQ(infod.pushed,
+              (texts{"long " + status + "attached=1", "text " + status + "device-state=RESPONDING",
+                     "text " + status + "session-state=INVALID",
+                     "text " + status + "session-state=UNKNOWN"}));
+    EXPECT_EQ(log.lines(),
+              (texts{"600 " + status + "attached -> 1",
+                     "600 " + status + "device-state changed from UNKNOWN -> RESPONDING",
+                     "600 " + status + "session-state changed from UNKNOWN -> INVALID",
+                     "600 " + status + "session-state changed from INVALID -> UNKNOWN"}));
 }
 
-TEST(output, a_session_without_a_handle_is_tried_by_records_only)
+TEST_F(publishing, a_session_without_a_handle_is_tried_by_records_only)
 {
-    fake_infod infod;
     infod.handle = -1;
-    const log_capture log;
     (void)write_record(output_lines);
     EXPECT_EQ(infod.pushed.size(), 5u);
     EXPECT_EQ(infod.sessions_open, 5) << "there is nothing to end";
-    EXPECT_EQ(log.lines(), std::vector<std::string>{});
-
-    infod.pushed.clear();
-    cellmodem modem;
-    EXPECT_EQ(publish_attached(modem, true), -1);
-    EXPECT_EQ(publish_device_state(modem, device_responding), -1);
-    EXPECT_EQ(infod.pushed, std::vector<std::string>{});
-    EXPECT_EQ(log.count("300 Failed to write new modem attached state to infod"), 1);
-    EXPECT_EQ(log.count("300 Failed to write new modem state to infod"), 1);
-    EXPECT_TRUE(modem.attached);
+    EXPECT_EQ(log.lines(), texts{});
 }
 
-TEST(output, a_record_and_a_change_of_state_have_their_sessions_one_after_the_other)
+TEST_F(publishing, a_record_and_a_change_of_state_have_their_sessions_one_after_the_other)
 {
     constexpr int rounds = 2000;
-    fake_infod infod;
-    log_capture log;
-    cellmodem modem;
     std::thread notifications([&] {
         for (int i = 0; i < rounds; i++)
             (void)publish_session_state(modem, 1 + i % 2);
@@ -165,15 +146,14 @@ TEST(output, a_record_and_a_change_of_state_have_their_sessions_one_after_the_ot
     EXPECT_EQ(infod.pushed.size(), size_t{2 * rounds});
 }
 
-TEST(state, a_failed_push_is_reported_and_remembered)
+TEST_F(publishing, a_failed_push_of_a_state_is_reported_and_remembered)
 {
-    fake_infod infod;
-    infod.start_result = 1;
-    const log_capture log;
-    cellmodem modem;
+    infod.handle = -1; // no handle is a failure here
     EXPECT_EQ(publish_attached(modem, true), -1);
+    infod.start_result = 1;
     EXPECT_EQ(publish_device_state(modem, device_unresponsive), -1);
     EXPECT_EQ(publish_session_state(modem, session_connected), -1);
+    EXPECT_EQ(infod.pushed, texts{});
     EXPECT_FALSE(log.has("Could not open")) << "one line for one failure";
     EXPECT_EQ(log.count("300 Failed to write new modem attached state to infod"), 1);
     EXPECT_EQ(log.count("300 Failed to write new modem state to infod"), 1);

@@ -109,15 +109,12 @@ void appliance::stop_sim()
     sim_ = -1;
 }
 
-pid_t appliance::spawn_daemon(const std::vector<std::string> &environment)
+void appliance::spawn_daemon()
 {
-    std::vector<std::string> all = environment;
-    all.push_back("TESSERA_ROOT=" + root.path());
-    all.push_back("TESSERA_TIME_SCALE=" + time_scale);
-    all.push_back("TESSERA_LOG=stream");
-    daemon_ =
-        spawn("tesserad", {}, all, root.place("/test/daemon.out"), root.place("/test/daemon.log"));
-    return daemon_;
+    daemon_ = spawn(
+        "tesserad", {},
+        {"TESSERA_ROOT=" + root.path(), "TESSERA_TIME_SCALE=" + time_scale, "TESSERA_LOG=stream"},
+        root.place("/test/daemon.out"), root.place("/test/daemon.log"));
 }
 
 void appliance::start_daemon()
@@ -140,27 +137,25 @@ int appliance::stop_daemon(int signo)
     return wait_daemon();
 }
 
+appliance::running_client appliance::start(const std::string &name,
+                                           const std::vector<std::string> &arguments,
+                                           std::vector<std::string> environment)
+{
+    const std::string base = "/test/program" + std::to_string(serial_++);
+    const std::string place = root.place(base);
+    environment.push_back("TESSERA_ROOT=" + root.path());
+    return {spawn(name, arguments, environment, place + ".out", place + ".err"), base};
+}
+
 appliance::running_client appliance::spawn_tessera(const std::vector<std::string> &arguments)
 {
-    const std::string base = root.place("/test/client" + std::to_string(serial_++));
-    const pid_t pid =
-        spawn("tessera", arguments, {"TESSERA_ROOT=" + root.path(), "TESSERA_TIME_SCALE=1"},
-              base + ".out", base + ".err");
-    return {pid, base + ".out", base + ".err"};
+    return start("tessera", arguments, {"TESSERA_TIME_SCALE=1"});
 }
 
 client_result appliance::finish(const running_client &client)
 {
-    return run_files(client.pid, client.out_path, client.err_path);
-}
-
-client_result appliance::run_files(pid_t pid, const std::string &out, const std::string &err)
-{
-    const auto content = [&](const std::string &path) {
-        return root.read(path.substr(root.path().size()));
-    };
-    const int code = pid > 0 ? reap(pid) : -1;
-    return {code, content(out), content(err)};
+    const int code = client.pid > 0 ? reap(client.pid) : -1;
+    return {code, root.read(client.base + ".out"), root.read(client.base + ".err")};
 }
 
 client_result appliance::tessera(const std::vector<std::string> &arguments)
@@ -170,27 +165,9 @@ client_result appliance::tessera(const std::vector<std::string> &arguments)
 
 client_result appliance::run_program(const std::string &name,
                                      const std::vector<std::string> &arguments,
-                                     std::vector<std::string> environment)
+                                     const std::vector<std::string> &environment)
 {
-    const std::string base = root.place("/test/program" + std::to_string(serial_++));
-    environment.push_back("TESSERA_ROOT=" + root.path());
-    const pid_t pid = spawn(name, arguments, environment, base + ".out", base + ".err");
-    return run_files(pid, base + ".out", base + ".err");
-}
-
-std::string appliance::daemon_log() const
-{
-    return root.read("/test/daemon.log");
-}
-
-std::string appliance::modem_log() const
-{
-    return root.read("/var/log/modem.log");
-}
-
-std::string appliance::shell_log() const
-{
-    return root.read("/var/log/shell.log");
+    return finish(start(name, arguments, environment));
 }
 
 int appliance::count(const std::string &text, const std::string &part) const

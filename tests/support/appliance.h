@@ -32,8 +32,8 @@ protected:
 
     // Starts the daemon and waits until it serves.
     void start_daemon();
-    // Starts it without waiting; more environment as NAME=VALUE.
-    pid_t spawn_daemon(const std::vector<std::string> &environment = {});
+    // Starts it without waiting.
+    void spawn_daemon();
     // Sends the signal and waits for the end; the exit status as in client_result.
     int stop_daemon(int signo);
     int wait_daemon();
@@ -43,7 +43,7 @@ protected:
     // Starts a client without waiting for it; finish() gives its result.
     struct running_client {
         pid_t pid;
-        std::string out_path, err_path;
+        std::string base; // of its outputs' paths below the root
     };
     running_client spawn_tessera(const std::vector<std::string> &arguments);
     client_result finish(const running_client &client);
@@ -51,11 +51,13 @@ protected:
     // Runs a program to its end: a built one by its name, any other by its path. Environment as
     // NAME=VALUE, ours behind it.
     client_result run_program(const std::string &name, const std::vector<std::string> &arguments,
-                              std::vector<std::string> environment = {});
+                              const std::vector<std::string> &environment = {});
 
-    [[nodiscard]] std::string daemon_log() const;
-    [[nodiscard]] std::string modem_log() const; // what the modem was asked and answered
-    [[nodiscard]] std::string shell_log() const; // command lines with their status
+    [[nodiscard]] std::string daemon_log() const { return root.read("/test/daemon.log"); }
+    // What the modem was asked and answered.
+    [[nodiscard]] std::string modem_log() const { return root.read("/var/log/modem.log"); }
+    // Command lines with their status.
+    [[nodiscard]] std::string shell_log() const { return root.read("/var/log/shell.log"); }
     [[nodiscard]] int count(const std::string &text, const std::string &part) const;
 
     // Fails the test when the condition does not become true within a generous time.
@@ -66,7 +68,8 @@ protected:
     std::string time_scale = "0.01";
 
 private:
-    client_result run_files(pid_t pid, const std::string &out, const std::string &err);
+    running_client start(const std::string &name, const std::vector<std::string> &arguments,
+                         std::vector<std::string> environment);
 
     pid_t sim_ = -1;
     pid_t daemon_ = -1;

@@ -6,9 +6,13 @@ constexpr int last_holder = 1;
 
 static fake_dualsim *current;
 
-static bool fails(const char *operation)
+// Stores what an operation would change or tell, unless it is to fail.
+static int store(const char *operation, int &place, int value)
 {
-    return current->failing.count(operation) != 0;
+    if (current->failing.count(operation) != 0)
+        return -1;
+    place = value;
+    return 0;
 }
 
 constexpr dualsim_operations operations = {
@@ -17,44 +21,18 @@ constexpr dualsim_operations operations = {
     .close = [] { return 0; },
     .get_index =
         [](int *index) {
-            *index = fails("get_index") ? sim_index_unknown : current->index;
-            return fails("get_index") ? -1 : 0;
+            *index = sim_index_unknown;
+            return store("get_index", *index, current->index);
         },
-    .set_index =
-        [](int index, int) {
-            if (fails("set_index"))
-                return -1;
-            current->index = index;
-            return 0;
-        },
+    .set_index = [](int index, int) { return store("set_index", current->index, index); },
     .set_next_index =
         [](int) {
-            if (fails("set_next_index") || current->index >= last_holder)
-                return -1;
-            current->index++;
-            return 0;
+            const int next = current->index + 1;
+            return next <= last_holder ? store("set_next_index", current->index, next) : -1;
         },
-    .reset_index =
-        [] {
-            if (fails("reset_index"))
-                return -1;
-            current->index = -1;
-            return 0;
-        },
-    .get_mode =
-        [](int *mode) {
-            if (fails("get_mode"))
-                return -1;
-            *mode = current->mode;
-            return 0;
-        },
-    .set_mode =
-        [](int mode) {
-            if (fails("set_mode"))
-                return -1;
-            current->mode = mode;
-            return 0;
-        },
+    .reset_index = [] { return store("reset_index", current->index, -1); },
+    .get_mode = [](int *mode) { return store("get_mode", *mode, current->mode); },
+    .set_mode = [](int mode) { return store("set_mode", current->mode, mode); },
 };
 
 fake_dualsim::fake_dualsim()

@@ -68,3 +68,11 @@ void pty_modem::serve()
         }
     }
 }
+
+std::string blank_reply(uint8_t code, size_t bytes)
+{
+    std::string reply(bytes, '\0');
+    reply[0] = '\xC8';
+    reply[1] = static_cast<char>(code);
+    return reply.replace(bytes - 3, 3, "00~");
+}

@@ -5,6 +5,7 @@
 #include "platform/unique_fd.h"
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,8 +19,6 @@ public:
     // left it stays silent.
     pty_modem(const temp_root &root, std::vector<std::string> answers);
     ~pty_modem();
-    pty_modem(const pty_modem &) = delete;
-    pty_modem &operator=(const pty_modem &) = delete;
 
     // Stops answering and hangs up.
     void vanish();
@@ -35,3 +34,6 @@ private:
     std::atomic<bool> ending_ = false;
     std::thread thread_;
 };
+
+// A whole reply of a Pantech modem: start, code, zero bytes, end.
+std::string blank_reply(uint8_t code, size_t bytes);

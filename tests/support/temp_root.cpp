@@ -1,5 +1,6 @@
 #include "support/temp_root.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,6 +9,18 @@
 #include <unistd.h>
 
 namespace fs = std::filesystem;
+
+static std::string content_of(const std::string &place)
+{
+    std::ostringstream text;
+    text << std::ifstream(place, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+std::string test_data(const std::string &name)
+{
+    return content_of(TESSERA_TEST_DATA "/" + name);
+}
 
 temp_root::temp_root()
 {
@@ -33,7 +46,15 @@ void temp_root::write(const std::string &fixed_path, const std::string &content)
 
 std::string temp_root::read(const std::string &fixed_path) const
 {
-    std::ostringstream text;
-    text << std::ifstream(place(fixed_path), std::ios::binary).rdbuf();
-    return text.str();
+    return content_of(place(fixed_path));
+}
+
+std::vector<std::string> temp_root::read_all(const std::string &fixed_path) const
+{
+    std::vector<std::string> contents;
+    std::error_code ignored;
+    for (const auto &entry : fs::directory_iterator(place(fixed_path), ignored))
+        contents.push_back(content_of(entry.path()));
+    std::sort(contents.begin(), contents.end());
+    return contents;
 }

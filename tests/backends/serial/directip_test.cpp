@@ -8,9 +8,7 @@
 #include "support/pty_modem.h"
 #include "support/temp_root.h"
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <memory>
 
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
@@ -19,27 +17,13 @@
 using texts = std::vector<std::string>;
 
 static const std::string ok = "\r\nOK\r\n";
-
-static std::string transcript(const std::string &name)
-{
-    std::ostringstream text;
-    text << std::ifstream(TESSERA_TEST_DATA "/gstatus/" + name, std::ios::binary).rdbuf();
-    return text.str();
-}
+static const std::string error = "\r\nERROR\r\n";
 
 class directip : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        setenv("TESSERA_TIME_SCALE", "0.001", 1);
-        ASSERT_EQ(sierra_directip_lte_init(modem), 0);
-    }
-    void TearDown() override
-    {
-        modem.slots.detach(modem);
-        unsetenv("TESSERA_TIME_SCALE");
-    }
+    void SetUp() override { ASSERT_EQ(sierra_directip_lte_init(modem), 0); }
+    void TearDown() override { modem.slots.detach(modem); }
 
     // Attaches to a modem that gives these answers.
     void attach(const texts &answers)
@@ -57,6 +41,19 @@ protected:
         return out.text();
     }
 
+    int connect(const char *apn)
+    {
+        return modem.slots.lte_connect(modem, apn, nullptr, 0, nullptr, nullptr);
+    }
+
+    // The commands that the modem got; it is gone then.
+    const texts &commands()
+    {
+        scripted->vanish();
+        return scripted->commands();
+    }
+
+    const short_waits waits;
     temp_root root;
     fake_infod infod;
     log_capture log;
@@ -64,51 +61,33 @@ protected:
     std::unique_ptr<pty_modem> scripted;
 };
 
-TEST_F(directip, real_lte_status)
+TEST_F(directip, status_shows_what_the_response_holds)
 {
-    EXPECT_EQ(status(transcript("lte.txt")), "mode ONLINE\n"
-                                             "temp 32\n"
-                                             "cell_id 004ED30C\n"
-                                             "system-mode LTE\n"
-                                             "band B3\n"
-                                             "rssi-4g -76\n"
-                                             "rsrp -107\n"
-                                             "sinr 9.6\n");
-}
-
-TEST_F(directip, real_wcdma_status)
-{
-    EXPECT_EQ(status(transcript("wcdma.txt")), "mode ONLINE\n"
-                                               "temp 32\n"
-                                               "cell_id 01F5C481\n"
-                                               "system-mode WCDMA\n"
-                                               "band WCDMA 2100\n"
-                                               "rx_c0 -68\n"
-                                               "rx_c1 -106\n");
-}
-
-TEST_F(directip, gsm_status_takes_its_level_without_a_blank_only)
-{
-    EXPECT_EQ(status("Mode: ONLINE\r\nSystem mode: GSM\r\nGSM band: GSM900\r\n"
-                     "RX level (dBm):-71\r\nOK\r\n"),
-              "mode ONLINE\nsystem-mode GSM\nband GSM900\nrx_level -71\n");
-    EXPECT_EQ(status("System mode: GSM\r\nRX level (dBm): -71\r\n" + std::string(200, ' ') + ok),
-              "system-mode GSM\n");
-}
-
-TEST_F(directip, without_a_system_mode_the_last_value_decides)
-{
-    EXPECT_EQ(status("Mode: LTE_ONLY\r\nLTE band: B7\r\n" + std::string(300, ' ') + ok),
-              "mode LTE_ONLY\nband B7\n");
-    EXPECT_EQ(status("System mode: No\r\nLTE band: B7\r\n" + std::string(400, ' ') + ok),
-              "system-mode No\n");
-}
-
-TEST_F(directip, a_value_that_is_not_utf8_is_latin1_and_bounded)
-{
-    const std::string text =
-        status("System mode: LTE\r\nRSSI (dBm): \xE9" + std::string(300, 'x') + "\r\n" + ok);
-    EXPECT_EQ(text, "system-mode LTE\nrssi-4g \xC3\xA9" + std::string(253, 'x') + "\n");
+    const struct {
+        std::string response, shown;
+    } rows[] = {
+        // In this order each covers what the ones before leave in the buffer.
+        {"Mode: ONLINE\r\nSystem mode: GSM\r\nGSM band: GSM900\r\nRX level (dBm):-71\r\nOK\r\n",
+         "mode ONLINE\nsystem-mode GSM\nband GSM900\nrx_level -71\n"},
+        // GSM's level is taken without a blank only.
+        {"System mode: GSM\r\nRX level (dBm): -71\r\n" + std::string(200, ' ') + ok,
+         "system-mode GSM\n"},
+        // Without a system mode the last value decides.
+        {"Mode: LTE_ONLY\r\nLTE band: B7\r\n" + std::string(300, ' ') + ok,
+         "mode LTE_ONLY\nband B7\n"},
+        {"System mode: No\r\nLTE band: B7\r\n" + std::string(400, ' ') + ok, "system-mode No\n"},
+        // A value that is not UTF-8 is Latin-1, and bounded.
+        {"System mode: LTE\r\nRSSI (dBm): \xE9" + std::string(300, 'x') + "\r\n" + ok,
+         "system-mode LTE\nrssi-4g \xC3\xA9" + std::string(253, 'x') + "\n"},
+        {test_data("gstatus/lte.txt"),
+         "mode ONLINE\ntemp 32\ncell_id 004ED30C\nsystem-mode LTE\nband B3\n"
+         "rssi-4g -76\nrsrp -107\nsinr 9.6\n"},
+        {test_data("gstatus/wcdma.txt"),
+         "mode ONLINE\ntemp 32\ncell_id 01F5C481\nsystem-mode WCDMA\nband WCDMA 2100\n"
+         "rx_c0 -68\nrx_c1 -106\n"},
+    };
+    for (const auto &[response, shown] : rows)
+        EXPECT_EQ(status(response), shown);
 }
 
 TEST_F(directip, info_writes_what_the_response_holds)
@@ -126,19 +105,11 @@ TEST_F(directip, info_writes_what_the_response_holds)
                           "imei 012626000123456\n"
                           "serial CC3201\n"
                           "firmware FW_DIP_03.05 r1 2013/01/04\r\nextra line\r\n");
-    const std::string prefix = "config.cellmodem.tessera.";
-    EXPECT_EQ(infod.pushed,
-              (texts{"long " + prefix + "status.attached=1", "text " + prefix + "info.attached=yes",
-                     "text " + prefix + "info.driver=Sierra Wireless Direct IP",
-                     "text " + prefix + "info.device=/dev/cellmodem01",
-                     "text " + prefix + "info.product=MC7700",
-                     "text " + prefix + "info.technology=GSM/UMTS/LTE",
-                     "text " + prefix + "info.imei=012626000123456"}));
 }
 
 TEST_F(directip, a_refused_info_leaves_its_record_open)
 {
-    attach({"\r\nERROR\r\n"});
+    attach({error});
     const memory_stream out;
     EXPECT_EQ(modem.slots.info(modem, out.get(), output_xml), -1);
     EXPECT_EQ(out.text().find("</info>"), std::string::npos);
@@ -149,10 +120,7 @@ TEST_F(directip, a_status_that_fails_writes_nothing)
 {
     EXPECT_EQ(status("\r\n+CME ERROR: 10\r\n", -1), "");
     EXPECT_TRUE(log.has("0 Info get failed - \r\n+CME ERROR: 10"));
-    attach({});
-    const memory_stream out;
-    EXPECT_EQ(modem.slots.status(modem, out.get(), output_xml), -1);
-    EXPECT_EQ(out.text(), "");
+    EXPECT_EQ(status("", -1), "");
     EXPECT_EQ(log.count("0 Did not get response from modem"), 1);
 }
 
@@ -172,42 +140,21 @@ TEST_F(directip, attaching_and_detaching_twice)
     EXPECT_FALSE(modem.attached);
 }
 
-TEST_F(directip, radio_and_reset)
-{
-    attach({ok, ok, ok});
-    EXPECT_EQ(modem.slots.radio(modem, true), 0);
-    EXPECT_EQ(modem.state_b, 1);
-    EXPECT_EQ(modem.slots.radio(modem, false), 0);
-    EXPECT_EQ(modem.state_b, 2);
-    EXPECT_EQ(modem.slots.reset(modem), 0);
-    scripted->vanish();
-    EXPECT_EQ(scripted->commands(), (texts{"AT+CFUN=1", "AT+CFUN=0", "AT!RESET"}));
-    EXPECT_EQ(modem.slots.radio(modem, true), -1);
-    EXPECT_EQ(modem.slots.reset(modem), -1);
-    EXPECT_EQ(modem.state_b, 2);
-    EXPECT_EQ(log.count("0 Could not set radio mode to on"), 1);
-    EXPECT_EQ(log.count("0 Could not reset radio"), 1);
-}
-
 TEST_F(directip, connect_sets_context_and_authentication_first)
 {
-    const std::string up = "\r\n!SCACT: 1,1\r\n\r\nOK\r\n";
-    attach({ok, ok, ok, up});
+    attach({ok, ok, ok, "\r\n!SCACT: 1,1\r\n\r\nOK\r\n"});
     EXPECT_EQ(modem.slots.lte_connect(modem, "internet", "ipv6", 1, "me", nullptr), 0);
-    scripted->vanish();
-    EXPECT_EQ(scripted->commands(),
-              (texts{"AT+CGDCONT=1,\"IP\",\"internet\"", "AT$QCPDPP=1,1,\"me\",\"\"",
-                     "AT!SCACT=1,1", "AT!SCACT?"}));
+    EXPECT_EQ(commands(), (texts{"AT+CGDCONT=1,\"IP\",\"internet\"", "AT$QCPDPP=1,1,\"me\",\"\"",
+                                 "AT!SCACT=1,1", "AT!SCACT?"}));
     EXPECT_EQ(log.count("700 Connection Up"), 1);
 }
 
 TEST_F(directip, every_step_of_connect_can_fail)
 {
-    const std::string error = "\r\nERROR\r\n";
     const struct {
         texts answers;
         const char *line;
-        int commands;
+        size_t commands; // 0: as many as the time allows
     } rows[] = {
         {{error}, "0 Set APN failed - \r\nERROR\r", 1},
         {{ok, "\r\nERROR\r\n\r\n"}, "0 Set auth settings failed - \r\nERROR\r\n\r", 2},
@@ -218,24 +165,24 @@ TEST_F(directip, every_step_of_connect_can_fail)
     for (const auto &row : rows) {
         log.clear();
         attach(row.answers);
-        EXPECT_EQ(modem.slots.lte_connect(modem, "a", nullptr, 0, nullptr, nullptr), -1);
+        EXPECT_EQ(connect("a"), -1);
         EXPECT_TRUE(log.has(row.line)) << row.line;
         modem.slots.detach(modem);
-        scripted->vanish();
         if (row.commands != 0) {
-            EXPECT_EQ(scripted->commands().size(), static_cast<size_t>(row.commands)) << row.line;
+            EXPECT_EQ(commands().size(), row.commands) << row.line;
         }
     }
-    EXPECT_EQ(scripted->commands()[0], "AT+CGDCONT=1,\"IP\",\"a\"");
+    EXPECT_EQ(commands()[0], "AT+CGDCONT=1,\"IP\",\"a\"");
 }
 
-TEST_F(directip, refusals_are_told)
+TEST_F(directip, commands_are_answered_and_refused)
 {
-    const std::string error = "\r\nERROR\r\n";
-    attach({ok, error, ok, error, ok, error});
+    attach({ok, ok, error, ok, error, ok, error});
     EXPECT_EQ(modem.slots.radio(modem, true), 0);
-    EXPECT_EQ(modem.slots.radio(modem, false), -1);
-    EXPECT_EQ(modem.state_b, 1) << "as it was";
+    EXPECT_EQ(modem.state_b, 1);
+    EXPECT_EQ(modem.slots.radio(modem, false), 0);
+    EXPECT_EQ(modem.slots.radio(modem, true), -1);
+    EXPECT_EQ(modem.state_b, 2) << "as it was";
     EXPECT_TRUE(log.has("0 Set radio failed - \r\nERROR\r"));
     EXPECT_EQ(modem.slots.reset(modem), 0);
     EXPECT_EQ(modem.slots.reset(modem), -1);
@@ -243,21 +190,26 @@ TEST_F(directip, refusals_are_told)
     EXPECT_EQ(modem.slots.disconnect(modem), 0);
     EXPECT_EQ(modem.slots.disconnect(modem), -1);
     EXPECT_TRUE(log.has("0 PDP context deactivation failed - \r\nERROR\r"));
+    EXPECT_EQ(texts(commands().begin(), commands().begin() + 4),
+              (texts{"AT+CFUN=1", "AT+CFUN=0", "AT+CFUN=1", "AT!RESET"}));
 }
 
 TEST_F(directip, a_port_that_is_hung_up_answers_nothing)
 {
     attach({ok});
-    EXPECT_EQ(modem.slots.radio(modem, true), 0);
+    EXPECT_EQ(modem.slots.radio(modem, false), 0);
     scripted->vanish();
-    log.clear();
-    EXPECT_EQ(modem.slots.disconnect(modem), -1) << "the older answer's OK is none";
+    EXPECT_EQ(modem.slots.radio(modem, true), -1) << "the older answer's OK is none";
+    EXPECT_EQ(modem.state_b, 2);
+    EXPECT_EQ(modem.slots.reset(modem), -1);
+    EXPECT_EQ(modem.slots.disconnect(modem), -1);
     EXPECT_EQ(modem.slots.data_up(modem), -1);
-    EXPECT_EQ(modem.slots.lte_connect(modem, "a", nullptr, 0, "", ""), -1);
-    EXPECT_TRUE(log.has("0 Could not deactivate pdp context"));
-    EXPECT_TRUE(log.has("0 Did not get response from modem"));
-    EXPECT_TRUE(log.has("0 Could not query radio"));
-    EXPECT_TRUE(log.has("0 Could not set APN to a"));
+    EXPECT_EQ(connect("a"), -1);
+    for (const char *line :
+         {"0 Could not set radio mode to on", "0 Could not reset radio",
+          "0 Could not deactivate pdp context", "0 Did not get response from modem",
+          "0 Could not query radio", "0 Could not set APN to a"})
+        EXPECT_TRUE(log.has(line)) << line;
 }
 
 TEST_F(directip, a_port_that_cannot_be_closed_stays_attached)
@@ -283,15 +235,12 @@ TEST_F(directip, a_late_answer_is_not_taken_for_the_next)
 
 TEST_F(directip, a_command_too_long_is_cut_and_still_ends)
 {
-    const std::string error = "\r\nERROR\r\n";
     attach({error, ok});
-    EXPECT_EQ(modem.slots.lte_connect(modem, std::string(300, 'a').c_str(), nullptr, 0, "", ""),
-              -1);
+    EXPECT_EQ(connect(std::string(300, 'a').c_str()), -1);
     EXPECT_EQ(modem.slots.reset(modem), 0);
-    scripted->vanish();
-    ASSERT_EQ(scripted->commands().size(), 2u);
-    EXPECT_EQ(scripted->commands()[0].size(), at_command_max - 1);
-    EXPECT_EQ(scripted->commands()[1], "AT!RESET");
+    ASSERT_EQ(commands().size(), 2u);
+    EXPECT_EQ(commands()[0].size(), at_command_max - 1);
+    EXPECT_EQ(commands()[1], "AT!RESET");
 }
 
 TEST_F(directip, text_that_would_become_a_command_is_refused)
@@ -306,6 +255,5 @@ TEST_F(directip, text_that_would_become_a_command_is_refused)
         EXPECT_TRUE(log.has("300 Refused: user name holds"));
         EXPECT_TRUE(log.has("300 Refused: password holds"));
     }
-    scripted->vanish();
-    EXPECT_EQ(scripted->commands(), texts{}) << "nothing was sent";
+    EXPECT_EQ(commands(), texts{}) << "nothing was sent";
 }
