@@ -1,9 +1,7 @@
 // A UMTS/GSM modem behind its server program, from attach to the death of that program.
 
 #include "support/sdk_appliance.h"
-#include "swi/packet.h"
 
-#include <array>
 #include <csignal>
 #include <map>
 
@@ -339,37 +337,4 @@ TEST_F(gsm_appliance, an_unreachable_modem_is_waited_for_and_the_wait_can_be_end
     EXPECT_EQ(tessera({"--ping"}).code, 0);
     EXPECT_EQ(count(modem_log(), "= swisdk started"), 1)
         << "one server, one client after the other";
-}
-
-TEST_F(gsm_appliance, a_killed_daemon_leaves_nothing_that_blocks_the_next)
-{
-    bring_up();
-    EXPECT_EQ(stop_daemon(SIGKILL), 128 + SIGKILL);
-    start_daemon();
-    EXPECT_EQ(tessera({"-i"}).out, golden("gsm-info.txt"));
-    EXPECT_EQ(stop_daemon(SIGTERM), 255);
-    EXPECT_EQ(count(modem_log(), "= swisdk started"), 1);
-}
-
-TEST_F(gsm_appliance, a_notification_of_an_unknown_kind_of_parameter_ends_the_daemon)
-{
-    bring_up();
-    std::array<uint8_t, 64> buffer;
-    swi_header header;
-    header.message = swi_message_notification;
-    header.kind = swi_kind_object;
-    header.parameter = 3;
-    swi_packet_writer writer(buffer, header);
-    std::string hex;
-    for (const uint8_t byte : writer.finish()) {
-        char digits[3];
-        snprintf(digits, sizeof(digits), "%02x", byte);
-        hex += digits;
-    }
-    add_fault(R"({"at_ms": 0, "do": "garbage", "data_hex": ")" + hex + "\"}");
-    EXPECT_EQ(wait_daemon(), 1);
-    EXPECT_EQ(
-        count(daemon_log(), "erAbort: API Fatal error -> SwiWaitNotification-unknown parmtype"), 1);
-    start_daemon();
-    EXPECT_EQ(tessera({"--ping"}).code, 0);
 }

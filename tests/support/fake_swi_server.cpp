@@ -17,12 +17,11 @@ static packet finished(swi_packet_writer &writer)
     return {bytes.begin(), bytes.end()};
 }
 
-packet respond(const fake_request &to, uint32_t status, std::span<const uint8_t> parameters,
-               uint8_t message)
+packet respond(const fake_request &to, uint32_t status, std::span<const uint8_t> parameters)
 {
     std::array<uint8_t, swi_notification_bytes_max> buffer;
     swi_header header = to.header;
-    header.message = message;
+    header.message = swi_message_response;
     swi_packet_writer writer(buffer, header);
     int result = 0;
     if (header.kind == swi_kind_object) {
@@ -36,6 +35,15 @@ packet respond(const fake_request &to, uint32_t status, std::span<const uint8_t>
     EXPECT_EQ(result, 0);
     EXPECT_EQ(writer.add_bytes(parameters), 0);
     return finished(writer);
+}
+
+packet succeed(const fake_request &to)
+{
+    const size_t parameters_at = swi_header_bytes + swi_object_header_bytes;
+    return respond(to, swi_status_ok,
+                   packet(to.header.kind == swi_kind_air_server
+                              ? sizeof(swi_air_server_status)
+                              : swi_response_bytes_max - parameters_at));
 }
 
 packet notification(uint32_t id, const std::vector<uint32_t> &words, uint16_t parameter)
@@ -133,14 +141,13 @@ void fake_swi_server::read_request()
     const ssize_t length = recv(request_.get(), buffer.data(), buffer.size(), 0);
     fake_request request;
     std::span<const uint8_t> payload;
-    std::span<const uint8_t> parameters;
     if (length <= 0 || swi_packet_read(std::span(buffer).first(static_cast<size_t>(length)),
                                        request.header, payload) != 0) {
         const std::lock_guard lock(mutex_);
         request_.reset();
         return;
     }
-    parameters = payload;
+    std::span<const uint8_t> parameters = payload;
     if (request.header.kind == swi_kind_object) {
         EXPECT_EQ(swi_object_read(payload, request.object, parameters), 0);
     }
@@ -151,13 +158,7 @@ void fake_swi_server::read_request()
         requests_.push_back(request);
         answer = answer_;
     }
-    const packet zeros(swi_response_bytes_max - swi_header_bytes - swi_object_header_bytes);
-    const packet air(sizeof(swi_air_server_status));
-    const packets all =
-        answer ? answer(request)
-               : packets{respond(request, swi_status_ok,
-                                 request.header.kind == swi_kind_air_server ? air : zeros)};
-    for (const packet &bytes : all)
+    for (const packet &bytes : answer ? answer(request) : packets{succeed(request)})
         (void)send(request_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 

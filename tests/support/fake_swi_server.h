@@ -67,8 +67,10 @@ private:
 };
 
 // A response to that request.
-packet respond(const fake_request &to, uint32_t status, std::span<const uint8_t> parameters = {},
-               uint8_t message = swi_message_response);
+packet respond(const fake_request &to, uint32_t status, std::span<const uint8_t> parameters = {});
+
+// One of success with parameters that are all 0.
+packet succeed(const fake_request &to);
 
 template <class Record>
 packet respond_with(const fake_request &to, const Record &record,

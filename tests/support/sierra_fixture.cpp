@@ -1,7 +1,14 @@
 #include "support/sierra_fixture.h"
 
-#include <algorithm>
+#include <fstream>
 #include <sstream>
+
+std::string golden(const std::string &name)
+{
+    std::ostringstream text;
+    text << std::ifstream(TESSERA_TEST_DATA "/golden/" + name, std::ios::binary).rdbuf();
+    return text.str();
+}
 
 std::string sierra_fixture::record_lines(int (*record)(cellmodem &, FILE *, int), int result)
 {
@@ -10,32 +17,34 @@ std::string sierra_fixture::record_lines(int (*record)(cellmodem &, FILE *, int)
     return out.text();
 }
 
-static std::string lines_without(const std::string &record, const std::vector<std::string> &missing)
+std::string sierra_fixture::failing_queries(int (*record)(cellmodem &, FILE *, int))
 {
-    std::string kept;
-    std::istringstream whole(record);
-    for (std::string line; std::getline(whole, line);)
-        if (std::find(missing.begin(), missing.end(), line.substr(0, line.find(' '))) ==
-            missing.end())
-            kept += line + "\n";
-    return kept;
-}
-
-void sierra_fixture::check_failing_queries(const std::vector<failing_query> &rows)
-{
-    const std::string info = record_lines(modem->slots.info, 0);
-    const std::string status = record_lines(modem->slots.status, 0);
-    for (const failing_query &row : rows) {
-        const std::string &whole = row.info ? info : status;
-        const std::string expected = lines_without(whole, row.missing);
-        ASSERT_EQ(std::count(whole.begin(), whole.end(), '\n') -
-                      std::count(expected.begin(), expected.end(), '\n'),
-                  static_cast<long>(row.missing.size()));
+    const std::string whole = record_lines(record, 0);
+    const auto answers = operations_;
+    std::string all;
+    for (int i = 0; i < swi_operation_count; i++) {
+        const auto id = static_cast<swi_operation_id>(i);
         log.clear();
-        refuse_operation(row.id, swi_status_failed);
-        EXPECT_EQ(record_lines(row.info ? modem->slots.info : modem->slots.status, -1), expected)
-            << row.line;
-        EXPECT_EQ(log.count(row.line), 1) << row.line;
-        answer_as_before(row.id);
+        refuse(id, swi_status_failed);
+        memory_stream out;
+        const int result = record(*modem, out.get(), output_lines);
+        const std::lock_guard lock(mutex);
+        operations_ = answers;
+        if (result == 0 && out.text() == whole)
+            continue;
+        all += std::string(swi_operations[id].name) + " " + std::to_string(result) + ":";
+        std::string kept;
+        std::istringstream lines(whole);
+        for (std::string line; std::getline(lines, line);)
+            if (("\n" + out.text()).find("\n" + line + "\n") != std::string::npos)
+                kept += line + "\n";
+            else
+                all += " " + line.substr(0, line.find(' '));
+        EXPECT_EQ(out.text(), kept) << all;
+        for (const std::string &line : log.lines())
+            if (line.find("ailed") != line.npos)
+                all += "; " + line;
+        all += "\n";
     }
+    return all;
 }

@@ -10,38 +10,27 @@
 #include <map>
 #include <mutex>
 
-#include <sys/stat.h>
+// A file of the golden records.
+std::string golden(const std::string &name);
 
 class sierra_fixture : public swi_fixture
 {
 protected:
-    using answer_function = std::function<packet(const fake_request &)>;
+    using answer_function = std::function<packet(const fake_request &)>; // an empty one: silence
 
     explicit sierra_fixture(int (*init)(cellmodem &)) : init_(init) {}
 
     void SetUp() override
     {
-        install_program();
+        install_program("/bin/swisdk");
+        install_program("/bin/sh");
         ASSERT_EQ(cellmodem_create(&modem), 0);
         ASSERT_EQ(init_(*modem), 0);
         server.set_answer([this](const fake_request &request) { return answer(request); });
     }
     void TearDown() override { cellmodem_destroy(&modem); }
 
-    void install_program() const
-    {
-        root.write("/bin/swisdk", "#!/bin/sh\n");
-        ASSERT_EQ(chmod(root.place("/bin/swisdk").c_str(), 0755), 0);
-    }
-
-    void answer_with(uint16_t object, answer_function function)
-    {
-        const std::lock_guard lock(mutex);
-        objects_[object] = std::move(function);
-    }
-
-    // The same for one of an object's operations; these are looked at first.
-    void answer_operation(swi_operation_id id, answer_function function)
+    void answer_with(swi_operation_id id, answer_function function)
     {
         const std::lock_guard lock(mutex);
         operations_[id] = std::move(function);
@@ -50,18 +39,21 @@ protected:
     template <class Record>
     void answer_record(swi_operation_id id, const Record &record)
     {
-        answer_operation(
-            id, [=](const fake_request &request) { return respond_with(request, record); });
+        answer_with(id, [=](const fake_request &request) { return respond_with(request, record); });
     }
 
-    void refuse(uint16_t object, uint32_t status, const std::string &text = "")
+    void refuse(swi_operation_id id, uint32_t status, const std::string &text = "")
     {
-        answer_with(object, refusal(status, text));
+        answer_with(id, [=](const fake_request &request) {
+            return respond(request, status, packet(text.begin(), text.end()));
+        });
     }
 
-    void refuse_operation(swi_operation_id id, uint32_t status)
+    // The status of the request that enables it.
+    void refuse_notification(uint32_t id, uint32_t status)
     {
-        answer_operation(id, refusal(status, ""));
+        const std::lock_guard lock(mutex);
+        notifications_[swi_object_notification + id] = status;
     }
 
     // Forgets what was said of it.
@@ -69,15 +61,6 @@ protected:
     {
         const std::lock_guard lock(mutex);
         operations_.erase(id);
-    }
-
-    void keep_silent(uint16_t object, bool silent)
-    {
-        const std::lock_guard lock(mutex);
-        if (silent)
-            silent_[object] = true;
-        else
-            silent_.erase(object);
     }
 
     void attach() { ASSERT_EQ(modem->slots.attach(*modem), 0); }
@@ -99,58 +82,45 @@ protected:
         return found;
     }
 
-    [[nodiscard]] fake_request last_request(uint16_t object)
+    // What an operation's last request carried.
+    [[nodiscard]] packet last_sent(swi_operation_id id)
     {
-        const auto all = server.requests();
-        for (auto at = all.rbegin(); at != all.rend(); ++at)
-            if (at->object.object == object)
-                return *at;
-        ADD_FAILURE() << "no request of object " << object;
-        return {};
+        const std::vector<fake_request> all = requests_of(id);
+        EXPECT_FALSE(all.empty()) << swi_operations[id].name;
+        return all.empty() ? packet() : all.back().parameters;
     }
 
     // A record in lines, which must have this result.
     std::string record_lines(int (*record)(cellmodem &, FILE *, int), int result);
 
-    // One query fails after the other: which keys it takes with it, and what it says.
-    struct failing_query {
-        swi_operation_id id;
-        bool info; // in this record, otherwise in the status
-        std::vector<std::string> missing;
-        const char *line;
-    };
-    void check_failing_queries(const std::vector<failing_query> &rows);
+    // Each of a record's queries fails in turn: its name, the record's result, the keys that are
+    // missing then, and what was logged of failures.
+    std::string failing_queries(int (*record)(cellmodem &, FILE *, int));
 
     cellmodem *modem = nullptr;
     fake_infod infod;
     std::mutex mutex;
 
 private:
-    static answer_function refusal(uint32_t status, const std::string &text)
-    {
-        return [=](const fake_request &request) {
-            return respond(request, status, packet(text.begin(), text.end()));
-        };
-    }
-
     packets answer(const fake_request &request)
     {
-        const packet zeros(request.header.kind == swi_kind_air_server ? 1008 : 900);
         const std::lock_guard lock(mutex);
-        if (silent_.contains(request.object.object))
-            return {};
         for (const auto &[id, function] : operations_)
             if (is_operation(request, id))
-                return packets{function(request)};
-        if (const auto found = objects_.find(request.object.object); found != objects_.end())
-            return packets{found->second(request)};
-        return packets{respond(request, swi_status_ok, zeros)};
+                return said(function(request));
+        const auto found = notifications_.find(request.object.object);
+        return said(found != notifications_.end() ? respond(request, found->second)
+                                                  : succeed(request));
+    }
+
+    static packets said(const packet &answer)
+    {
+        return answer.empty() ? packets() : packets{answer};
     }
 
     int (*init_)(cellmodem &);
-    std::map<uint16_t, answer_function> objects_;
     std::map<swi_operation_id, answer_function> operations_;
-    std::map<uint16_t, bool> silent_;
+    std::map<uint32_t, uint32_t> notifications_; // by object
 
 protected:
     fake_swi_server server; // its thread uses the members above

@@ -11,12 +11,20 @@
 #include <thread>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 class swi_fixture : public testing::Test
 {
 protected:
     swi_fixture() { setenv("TESSERA_TIME_SCALE", "0.001", 1); }
     ~swi_fixture() override { swi_api_close(); }
+
+    // A program of the root, such as the server's.
+    void install_program(const std::string &path, const std::string &text = "#!/bin/sh\n") const
+    {
+        root.write(path, text);
+        ASSERT_EQ(chmod(root.place(path).c_str(), 0755), 0);
+    }
 
     static int open_api()
     {

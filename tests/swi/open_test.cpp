@@ -7,18 +7,8 @@
 #include <filesystem>
 
 #include <sys/file.h>
-#include <sys/stat.h>
 
-class swi_opening : public swi_fixture
-{
-protected:
-    void install_program(const std::string &text)
-    {
-        root.write("/bin/swisdk", text);
-        ASSERT_EQ(chmod(root.place("/bin/swisdk").c_str(), 0755), 0);
-        std::filesystem::create_directories(root.place("/tmp"));
-    }
-};
+using swi_opening = swi_fixture;
 
 TEST_F(swi_opening, needs_a_path_and_the_launch_flag)
 {
@@ -77,12 +67,15 @@ TEST_F(swi_opening, replaces_a_mutex_file_of_somebody_else)
 
 TEST_F(swi_opening, starts_the_program_below_the_root_and_gives_up_when_it_does_not_serve)
 {
+    std::filesystem::create_directories(root.place("/tmp"));
     // The program's standard streams are nobody's; its name is as the appliance knows it.
-    install_program("#!/bin/sh\necho \"$TESSERA_ROOT\" > \"$TESSERA_ROOT/started\"\n");
+    install_program("/bin/swisdk",
+                    "#!/bin/sh\necho \"$TESSERA_ROOT\" > \"$TESSERA_ROOT/started\"\n");
     EXPECT_EQ(open_api(), swi_busy);
     EXPECT_EQ(root.read("/started"), root.path() + "\n");
     // One that lives but serves nobody is awaited again, not joined by a second.
-    install_program("#!/bin/sh\necho $$ >> \"$TESSERA_ROOT/lives\"\nexec sleep 600\n");
+    install_program("/bin/swisdk",
+                    "#!/bin/sh\necho $$ >> \"$TESSERA_ROOT/lives\"\nexec sleep 600\n");
     EXPECT_EQ(open_api(), swi_busy);
     const std::string lives = root.read("/lives");
     EXPECT_EQ(open_api(), swi_busy);
@@ -90,8 +83,7 @@ TEST_F(swi_opening, starts_the_program_below_the_root_and_gives_up_when_it_does_
     const int pid = std::stoi(lives);
     ASSERT_EQ(kill(pid, SIGKILL), 0);
     wait_for([&] { return !process_alive(pid); });
-    EXPECT_EQ(chmod(root.place("/bin/swisdk").c_str(), 0644), 0);
-    root.write("/bin/swisdk", "");
+    install_program("/bin/swisdk", "");
     EXPECT_EQ(open_api(), swi_system_error);
 }
 

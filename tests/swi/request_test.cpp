@@ -170,12 +170,9 @@ TEST_F(swi_requests, an_operation_for_other_modems_is_refused_without_a_request)
     EXPECT_EQ(swi_get_carrier_id(number, timeout_ms), swi_ok) << "the modem is not known yet";
     uint32_t technology = swi_gsm_modems;
     server.set_answer([&](const fake_request &request) {
-        swi_modem_type type;
-        type.technology = technology;
-        const packet zeros(900);
         return packets{request.header.kind == swi_kind_device_info
-                           ? respond_with(request, type)
-                           : respond(request, swi_status_ok, zeros)};
+                           ? respond_with(request, swi_modem_type{.technology = technology})
+                           : succeed(request)};
     });
     swi_modem_type type;
     ASSERT_EQ(swi_get_modem_type(type, timeout_ms), swi_ok);
@@ -198,65 +195,35 @@ TEST_F(swi_requests, an_operation_for_other_modems_is_refused_without_a_request)
 
 TEST_F(swi_requests, a_wrong_response_has_its_result)
 {
-    const packet zeros(900);
     const struct {
         const char *what;
-        fake_swi_server::answer_function answer;
+        size_t at; // the byte that is another one
+        uint8_t value;
         int result;
     } rows[] = {
-        {"rejected",
-         [&](const fake_request &request) {
-             return packets{respond(request, swi_status_ok, zeros, swi_message_rejected)};
-         },
-         swi_malformed_header},
-        {"a request as an answer",
-         [&](const fake_request &request) {
-             return packets{respond(request, swi_status_ok, zeros, swi_message_request)};
-         },
-         swi_malformed_header},
-        {"another kind of packet",
-         [&](const fake_request &request) {
-             fake_request other = request;
-             other.header.kind = swi_kind_port_name;
-             return packets{respond(other, swi_status_ok, zeros)};
-         },
-         swi_unexpected_response},
-        {"another object",
-         [&](const fake_request &request) {
-             fake_request other = request;
-             other.object.object++;
-             return packets{respond(other, swi_status_ok, zeros)};
-         },
-         swi_unexpected_response},
-        {"another version",
-         [&](const fake_request &request) {
-             packet bytes = respond(request, swi_status_ok, zeros);
-             bytes[2]++;
-             return packets{bytes};
-         },
-         swi_malformed_header},
-        {"short parameters",
-         [&](const fake_request &request) {
-             return packets{respond(request, swi_status_ok, packet(7))};
-         },
-         swi_failed},
-        {"an empty packet", [&](const fake_request &) { return packets{packet()}; },
-         swi_malformed_header},
-        {"more than the buffer holds",
-         [&](const fake_request &request) {
-             packet bytes = respond(request, swi_status_ok, zeros);
-             bytes.resize(swi_response_bytes_max + 1);
-             return packets{bytes};
-         },
-         swi_malformed_header},
-        {"nothing", [&](const fake_request &) { return packets(); }, swi_no_response},
+        {"another version", 2, swi_version + 1, swi_malformed_header},
+        {"rejected", 3, swi_message_rejected, swi_malformed_header},
+        {"a request as an answer", 3, swi_message_request, swi_malformed_header},
+        {"another kind of packet", 4, swi_kind_port_name, swi_unexpected_response},
+        {"another object", swi_header_bytes, 0xFF, swi_unexpected_response},
     };
     for (const auto &row : rows) {
-        server.set_answer(row.answer);
+        server.set_answer([&](const fake_request &request) {
+            packet bytes = succeed(request);
+            bytes[row.at] = row.value;
+            return packets{bytes};
+        });
         EXPECT_EQ(get_signal(), row.result) << row.what;
         server.set_answer({});
         EXPECT_EQ(get_signal(), swi_ok) << "after " << row.what;
     }
+    size_t parameter_bytes = 7;
+    server.set_answer([&](const fake_request &request) {
+        return packets{respond(request, swi_status_ok, packet(parameter_bytes))};
+    });
+    EXPECT_EQ(get_signal(), swi_failed) << "short parameters";
+    parameter_bytes = swi_response_bytes_max;
+    EXPECT_EQ(get_signal(), swi_malformed_header) << "more than the buffer holds";
 }
 
 TEST_F(swi_requests, every_truncation_and_garbage_of_every_length_is_an_error)
