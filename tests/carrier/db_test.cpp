@@ -16,8 +16,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-using texts = std::vector<std::string>;
-
 // The allocation with this number, counted from now, fails. These stay functions: inlined, they look
 // to the compiler like memory of new that is freed by free().
 static int failing_allocation = 0;

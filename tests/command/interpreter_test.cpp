@@ -13,8 +13,6 @@
 
 #include <gtest/gtest.h>
 
-using texts = std::vector<std::string>;
-
 static texts operator+(texts left, const texts &right)
 {
     left.insert(left.end(), right.begin(), right.end());
@@ -249,7 +247,7 @@ TEST_F(interpreter, a_forced_disconnect_that_fails_resets)
 
 TEST_F(interpreter, the_usage_is_printed_and_the_rest_still_runs)
 {
-    const std::string usage = test_data("golden/usage.txt");
+    const std::string usage = golden("usage.txt");
     for (const std::string option : {"-h", "--help", "-E", "-D", "-Z", "--nonsense", "--apn", "-c",
                                      "--conn=*99#"}) { // the last one is ambiguous
         EXPECT_EQ(run("-s " + option), 1) << option;

@@ -28,8 +28,6 @@
 
 namespace fs = std::filesystem;
 
-using texts = std::vector<std::string>;
-
 static cellmodem_slots fitted_slots;
 
 // Linked instead of the real selection.

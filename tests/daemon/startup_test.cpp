@@ -11,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-using texts = std::vector<std::string>;
-
 // Linked instead of the real selection.
 static cellmodem_slots fitted_slots;
 

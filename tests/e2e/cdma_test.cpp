@@ -2,25 +2,16 @@
 
 #include "support/sdk_appliance.h"
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <set>
 
 class cdma_appliance : public sdk_appliance
 {
 protected:
     cdma_appliance() : sdk_appliance("cdma") { time_scale = "0.02"; }
 
-    // The texts of the spooled messages.
-    [[nodiscard]] std::multiset<std::string> spooled() const
-    {
-        std::multiset<std::string> all;
-        const std::string spool = "/var/spool/sms/incoming";
-        if (std::filesystem::exists(root.place(spool)))
-            for (const auto &entry : std::filesystem::directory_iterator(root.place(spool)))
-                all.insert(root.read(spool + "/" + entry.path().filename().string()));
-        return all;
-    }
+    [[nodiscard]] texts spooled() const { return root.read_all("/var/spool/sms/incoming"); }
 
     client_result send(const std::string &content)
     {
@@ -226,8 +217,9 @@ TEST_F(cdma_appliance, messages_are_listed_spooled_and_sent)
         {"id": 6, "status": 2, "sender": "5550100015", "text": "never shown"}]})");
     EXPECT_EQ(tessera({"--get-sms"}).out, golden("cdma-sms.txt"));
     EXPECT_EQ(tessera({"--get-sms", "-x"}).out, golden("cdma-sms.xml"));
-    EXPECT_EQ(spooled().size(), 10u) << "five messages, listed twice";
-    EXPECT_EQ(spooled().count("From: 5550100012\n\nCaf\xC3\xA9"), 2u);
+    const texts all = spooled();
+    EXPECT_EQ(all.size(), 10u) << "five messages, listed twice";
+    EXPECT_EQ(std::count(all.begin(), all.end(), "From: 5550100012\n\nCaf\xC3\xA9"), 2);
 
     EXPECT_EQ(send("To: 5550100077\n\nHello\n").code, 0);
     EXPECT_EQ(send("To: 5550100078\n\nAgain").code, 0);

@@ -77,7 +77,7 @@ TEST_F(client_program, carries_results_and_code)
 
 TEST_F(client_program, prints_the_usage_without_a_daemon)
 {
-    const std::string usage = test_data("golden/usage.txt");
+    const std::string usage = golden("usage.txt");
     for (const char *option : {"-h", "--help", "--hel"}) {
         const client_result result = tessera({option});
         EXPECT_EQ(result.code, 1) << "as with a daemon";

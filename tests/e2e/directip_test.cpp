@@ -25,8 +25,8 @@ TEST_F(directip_appliance, a_modem_is_shown_connected_switched_and_reset)
     bring_up();
     const client_result info = tessera({"-i"});
     EXPECT_EQ(info.code, 0);
-    EXPECT_EQ(info.out, test_data("golden/directip-info.txt"));
-    EXPECT_EQ(tessera({"-s", "-x"}).out, test_data("golden/directip-status.xml"));
+    EXPECT_EQ(info.out, golden("directip-info.txt"));
+    EXPECT_EQ(tessera({"-s", "-x"}).out, golden("directip-status.xml"));
 
     EXPECT_EQ(tessera({"--connstatus"}).code, 1);
     EXPECT_EQ(tessera({"--dip_connect", "--apn=internet", "--auth=1", "--username=me",

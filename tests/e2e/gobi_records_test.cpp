@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
 #include <pugixml.hpp>
 #include <sstream>
 
@@ -19,13 +18,6 @@ protected:
     }
 
     void set_state(const std::string &state) { tell_sim(R"({"state": )" + state + "}"); }
-
-    static std::string golden(const std::string &name)
-    {
-        std::ostringstream text;
-        text << std::ifstream(TESSERA_TEST_DATA "/golden/" + name, std::ios::binary).rdbuf();
-        return text.str();
-    }
 
     std::string status(const std::string &key)
     {

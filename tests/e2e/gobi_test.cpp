@@ -44,15 +44,7 @@ protected:
         return count(modem_log(), "> " + request);
     }
 
-    std::vector<std::string> spool()
-    {
-        std::vector<std::string> all;
-        for (const auto &entry : std::filesystem::directory_iterator(root.place(sms_spool_path)))
-            all.push_back(
-                root.read(std::string(sms_spool_path) + "/" + entry.path().filename().string()));
-        std::sort(all.begin(), all.end());
-        return all;
-    }
+    [[nodiscard]] texts spool() const { return root.read_all(sms_spool_path); }
 };
 
 TEST_F(gobi_appliance, a_session_is_started_shown_and_stopped)

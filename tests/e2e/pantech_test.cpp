@@ -12,8 +12,6 @@
 
 namespace fs = std::filesystem;
 
-using texts = std::vector<std::string>;
-
 static const std::string lock_path = "/var/lock/tessera-pantech-wmc.lck";
 static const std::string memory = "/var/run/.modem/cellmodem_last_sms";
 static const std::string spool = "/var/spool/sms/incoming";
@@ -58,8 +56,8 @@ TEST_F(pantech_appliance, a_modem_is_shown)
     bring_up();
     const client_result info = tessera({"-i"});
     EXPECT_EQ(info.code, 0);
-    EXPECT_EQ(info.out, test_data("golden/pantech-info.txt"));
-    EXPECT_EQ(tessera({"-s", "-x"}).out, test_data("golden/pantech-status.xml"));
+    EXPECT_EQ(info.out, golden("pantech-info.txt"));
+    EXPECT_EQ(tessera({"-s", "-x"}).out, golden("pantech-status.xml"));
     // What this modem cannot do is skipped without a word.
     const client_result skipped = tessera({"-r", "--radio=off", "-d", "--ping", "--connstatus"});
     EXPECT_EQ(skipped.code, 0);

@@ -10,8 +10,6 @@
 
 #include <gtest/gtest.h>
 
-using texts = std::vector<std::string>;
-
 class qmi_messages : public testing::Test
 {
 protected:

@@ -11,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-using texts = std::vector<std::string>;
-
 // The messages 0x01 to 0xNN of DMS, each of which the fake answers with its own number.
 class qmi_together : public testing::Test
 {

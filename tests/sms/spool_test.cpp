@@ -14,8 +14,6 @@
 
 namespace fs = std::filesystem;
 
-using texts = std::vector<std::string>;
-
 static const std::string spool = "/var/spool/sms/incoming";
 
 // What was flushed when, and what was in the spool then: linked instead of the C library's.

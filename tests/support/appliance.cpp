@@ -39,9 +39,9 @@ static pid_t spawn(const std::string &name, std::vector<std::string> arguments,
     arguments.insert(arguments.begin(), program(name));
     for (char **entry = environ; *entry; entry++)
         environment.emplace_back(*entry);
-    const auto pointers = [](std::vector<std::string> &texts) {
+    const auto pointers = [](std::vector<std::string> &strings) {
         std::vector<char *> all;
-        for (std::string &text : texts)
+        for (std::string &text : strings)
             all.push_back(text.data());
         all.push_back(nullptr);
         return all;

@@ -1,6 +1,5 @@
 #include "support/sdk_appliance.h"
 
-#include <fstream>
 #include <sstream>
 
 void sdk_appliance::bring_up(const std::string &state)
@@ -50,11 +49,4 @@ pid_t sdk_appliance::server_pid() const
     const std::string all = modem_log();
     const size_t at = all.rfind("= swisdk started, process ");
     return at == all.npos ? -1 : std::stoi(all.substr(at + 26));
-}
-
-std::string sdk_appliance::golden(const std::string &name)
-{
-    std::ostringstream text;
-    text << std::ifstream(TESSERA_TEST_DATA "/golden/" + name, std::ios::binary).rdbuf();
-    return text.str();
 }

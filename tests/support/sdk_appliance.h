@@ -28,8 +28,6 @@ protected:
     // The process id of the root's server program.
     [[nodiscard]] pid_t server_pid() const;
 
-    static std::string golden(const std::string &name);
-
 private:
     std::string value_of(const char *option, const std::string &key);
 

@@ -1,14 +1,6 @@
 #include "support/sierra_fixture.h"
 
-#include <fstream>
 #include <sstream>
-
-std::string golden(const std::string &name)
-{
-    std::ostringstream text;
-    text << std::ifstream(TESSERA_TEST_DATA "/golden/" + name, std::ios::binary).rdbuf();
-    return text.str();
-}
 
 std::string sierra_fixture::record_lines(int (*record)(cellmodem &, FILE *, int), int result)
 {

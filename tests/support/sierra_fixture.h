@@ -10,9 +10,6 @@
 #include <map>
 #include <mutex>
 
-// A file of the golden records.
-std::string golden(const std::string &name);
-
 class sierra_fixture : public swi_fixture
 {
 protected:

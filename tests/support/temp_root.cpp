@@ -22,6 +22,11 @@ std::string test_data(const std::string &name)
     return content_of(TESSERA_TEST_DATA "/" + name);
 }
 
+std::string golden(const std::string &name)
+{
+    return test_data("golden/" + name);
+}
+
 temp_root::temp_root()
 {
     char name[] = "/tmp/tessera-test.XXXXXX";

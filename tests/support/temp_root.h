@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+using texts = std::vector<std::string>;
+
 class temp_root
 {
 public:
@@ -39,3 +41,6 @@ struct short_waits {
 
 // The content of a file of the tests' data.
 std::string test_data(const std::string &name);
+
+// One of the golden records among them.
+std::string golden(const std::string &name);

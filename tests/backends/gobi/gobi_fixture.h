@@ -14,8 +14,6 @@
 
 #include <gtest/gtest.h>
 
-using texts = std::vector<std::string>;
-
 class gobi_fixture : public testing::Test
 {
 protected:

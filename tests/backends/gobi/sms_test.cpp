@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <fstream>
 
 using octets = std::vector<uint8_t>;
 
@@ -92,19 +91,7 @@ protected:
         return out.text();
     }
 
-    // The messages in the spool, sorted.
-    texts spool()
-    {
-        texts all;
-        const std::string place = root.place(sms_spool_path);
-        if (!std::filesystem::exists(place))
-            return all;
-        for (const auto &entry : std::filesystem::directory_iterator(place))
-            all.push_back(
-                root.read(std::string(sms_spool_path) + "/" + entry.path().filename().string()));
-        std::sort(all.begin(), all.end());
-        return all;
-    }
+    [[nodiscard]] texts spool() const { return root.read_all(sms_spool_path); }
 
     // The storage and index of each message that was deleted since the last call.
     texts deleted()

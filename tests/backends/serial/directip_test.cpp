@@ -14,8 +14,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-using texts = std::vector<std::string>;
-
 static const std::string ok = "\r\nOK\r\n";
 static const std::string error = "\r\nERROR\r\n";
 

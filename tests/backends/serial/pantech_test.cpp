@@ -19,7 +19,6 @@
 
 namespace fs = std::filesystem;
 
-using texts = std::vector<std::string>;
 using operation = int (*)(cellmodem &, FILE *, int);
 
 static const std::string memory = "/var/run/.modem/cellmodem_last_sms";

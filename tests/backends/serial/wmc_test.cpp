@@ -21,8 +21,6 @@
 
 namespace fs = std::filesystem;
 
-using texts = std::vector<std::string>;
-
 constexpr const char *lock_path = "/var/lock/tessera-pantech-wmc.lck";
 
 static std::string own_pid()

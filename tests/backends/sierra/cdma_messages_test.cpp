@@ -5,10 +5,8 @@
 #include "platform/text.h"
 #include "support/sierra_fixture.h"
 
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <set>
-#include <sstream>
 
 class cdma_messages : public sierra_fixture
 {
@@ -81,19 +79,7 @@ protected:
         return out.text();
     }
 
-    // The spooled messages' contents.
-    [[nodiscard]] std::multiset<std::string> spooled() const
-    {
-        std::multiset<std::string> all;
-        const std::string spool = root.place("/var/spool/sms/incoming");
-        if (std::filesystem::exists(spool))
-            for (const auto &entry : std::filesystem::directory_iterator(spool)) {
-                std::ostringstream text;
-                text << std::ifstream(entry.path()).rdbuf();
-                all.insert(text.str());
-            }
-        return all;
-    }
+    [[nodiscard]] texts spooled() const { return root.read_all("/var/spool/sms/incoming"); }
 
     void empty_spool() const { std::filesystem::remove_all(root.place("/var/spool/sms/incoming")); }
 
@@ -170,7 +156,7 @@ TEST_F(cdma_messages, become_utf8_whatever_their_encoding)
         EXPECT_NE(text.find("sms1-text " + row.text + "\n"), text.npos) << int{row.encoding} << "\n"
                                                                         << text;
         EXPECT_TRUE(text_is_utf8(text));
-        EXPECT_EQ(spooled(), (std::multiset<std::string>{"From: 5550100099\n\n" + row.text}));
+        EXPECT_EQ(spooled(), (texts{"From: 5550100099\n\n" + row.text}));
     }
     stored odd = message("x");
     odd.message.sender[0] = '\xE9';
