@@ -86,8 +86,8 @@ TEST(pdu_3gpp, what_has_no_coding_is_refused)
              m.body.text = std::string(154, 'a');
              m.body.concat = sms_concat{1, 2, 1, false};
          }},
-        {"part 3 of 2", [](auto &m) { number_part(m, 1, 2, 3); }},
-        {"part 0", [](auto &m) { number_part(m, 1, 2, 0); }},
+        {"a third of two", [](auto &m) { number_part(m, 1, 2, 3); }},
+        {"a zeroth of two", [](auto &m) { number_part(m, 1, 2, 0); }},
         {"narrow reference 256", [](auto &m) { number_part(m, 256, 2, 1); }},
         {"malformed header",
          [](auto &m) {
@@ -175,7 +175,7 @@ TEST(pdu_cdma, what_has_no_coding_is_refused)
              m.body.encoding = sms_encoding_latin1;
              m.body.text = std::string(250, 'a');
          }},
-        {"part 3 of 2", [](auto &m) { number_part(m, 1, 2, 3); }},
+        {"a third of two", [](auto &m) { number_part(m, 1, 2, 3); }},
         {"priority 4", [](auto &m) { m.priority = 4; }},
         {"100 messages", [](auto &m) { m.number_of_messages = 100; }},
         {"reply sequence 64", [](auto &m) { m.bearer_reply_seq = 64; }},
