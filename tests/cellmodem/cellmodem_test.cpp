@@ -6,7 +6,6 @@
 #include "support/log_capture.h"
 #include "support/temp_root.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <iterator>
 #include <new>

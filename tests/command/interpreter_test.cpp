@@ -1,7 +1,6 @@
 #include "cellmodem/markers.h"
 #include "command/cmdsock.h"
 #include "command/interpreter.h"
-#include "platform/log.h"
 #include "support/fake_dualsim.h"
 #include "support/fake_modem.h"
 #include "support/log_capture.h"

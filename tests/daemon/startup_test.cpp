@@ -90,10 +90,12 @@ TEST_F(startup, the_walk_goes_on_after_a_failed_or_missing_reset)
     EXPECT_EQ(tesserad_startup(), 0);
     EXPECT_EQ(log.count("300 Failed to reset modem"), 1);
     EXPECT_EQ(dualsim.index, 1);
+    EXPECT_EQ(log.count("600 Finished checking SIM slots"), 1);
     dualsim.index = 0;
     fitted_slots.reset = nullptr;
     EXPECT_EQ(tesserad_startup(), 0);
     EXPECT_EQ(dualsim.index, 1);
+    EXPECT_EQ(log.count("600 Finished checking SIM slots"), 2);
 }
 
 TEST_F(startup, the_walk_ends_at_a_sim_and_needs_automatic_mode)

@@ -256,6 +256,12 @@ TEST_F(cdma_appliance, reading_goes_on_behind_what_cannot_be_read)
     EXPECT_EQ(count(list, "sms4-text \n"), 1);
     EXPECT_EQ(count(list, "sms5-text last\n"), 1);
 
+    add_fault(R"({"match": "SMS read", "do": "error", "text": "no", "skip": 1})");
+    EXPECT_EQ(count(tessera({"--get-sms"}).out, "-text last\n"), 1);
+    EXPECT_EQ(count(daemon_log(), "Error reading messages from modem: 600"), 1);
+    set_state(R"({"sms_result": 5, "sms_more": 1})");
+    EXPECT_EQ(tessera({"--get-sms"}).out, "sms-count 5\n");
+    EXPECT_EQ(count(daemon_log(), "Giving up on the modem's messages after 5 of them"), 1);
     add_fault(R"({"match": "SMS status", "do": "error", "text": "no"})");
     EXPECT_EQ(tessera({"--get-sms"}).code, 1);
     EXPECT_EQ(count(daemon_log(), "Failed to get message status: error 600"), 1);

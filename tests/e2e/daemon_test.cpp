@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include <sqlite3.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;

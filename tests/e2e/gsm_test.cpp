@@ -103,6 +103,7 @@ TEST_F(gsm_appliance, the_radio_is_switched_and_its_end_is_everybodys)
     EXPECT_EQ(tessera({"--radio=on"}).code, 0);
     wait_for("service", [&] { return status("system-mode") == "HSDPA"; });
     EXPECT_EQ(count(daemon_log(), "Radio is now on"), 2);
+    EXPECT_EQ(count(daemon_log(), "Radio is now off"), 1);
     add_fault(R"({"match": "SwiSetModemDisable", "do": "error", "text": "not now"})");
     EXPECT_EQ(tessera({"--radio=off"}).code, 1);
     EXPECT_EQ(count(daemon_log(), "Failed to enabled radio: 600"), 1);

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -185,6 +186,10 @@ TEST_F(pantech_appliance, temporary_files_may_be_on_another_disk)
 {
     char other[] = "/dev/shm/tessera-test.XXXXXX";
     ASSERT_TRUE(mkdtemp(other));
+    struct stat here, there;
+    ASSERT_EQ(stat(root.path().c_str(), &here) + stat(other, &there), 0);
+    if (here.st_dev == there.st_dev)
+        GTEST_SKIP() << "/dev/shm and /tmp are on one disk";
     fs::remove(root.place("/tmp"));
     fs::create_symlink(other, root.place("/tmp"));
     bring_up();

@@ -189,12 +189,15 @@ TEST(tarnwick, a_second_instance_is_refused_and_disturbs_nothing)
     // The other process holds the lock, so that ours is the second instance.
     const pid_t owner = fork();
     if (owner == 0) {
-        (void)tarnwick_lockfile_create("probe");
-        pause();
+        if (tarnwick_lockfile_create("probe") == 0)
+            pause();
+        _exit(1);
     }
     const std::string name = std::to_string(owner) + "\n";
-    while (root.read("/var/lock/probe.lock") != name)
+    while (root.read("/var/lock/probe.lock") != name) {
+        ASSERT_EQ(waitpid(owner, nullptr, WNOHANG), 0) << "no lock for the first instance";
         usleep(1000);
+    }
     EXPECT_NE(lock_in_child(true), 0);
     EXPECT_EQ(root.read("/var/lock/probe.lock"), name);
 

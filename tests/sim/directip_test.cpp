@@ -2,21 +2,12 @@
 // next one shows.
 
 #include "sim/directip.h"
+#include "support/temp_root.h"
 
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-// What a real modem printed.
-static std::string captured(const std::string &name)
-{
-    std::ostringstream text;
-    text << std::ifstream(TESSERA_TEST_DATA "/gstatus/" + name, std::ios::binary).rdbuf();
-    return text.str();
-}
 
 static std::string lines_of(at_lines &lines, const std::string &bytes)
 {
@@ -70,12 +61,14 @@ protected:
 
 TEST_F(directip, prints_the_layouts_of_real_modems)
 {
-    EXPECT_EQ(captured("lte.txt"), at_format(at_information(directip_gstatus(modem_.state))));
+    EXPECT_EQ(test_data("gstatus/lte.txt"),
+              at_format(at_information(directip_gstatus(modem_.state))));
     modem_.state.mode = "WCDMA";
     modem_.state.uptime_s = 1350;
     modem_.state.bootup_s = 1;
     modem_.state.cell_id = 32883841;
-    EXPECT_EQ(captured("wcdma.txt"), at_format(at_information(directip_gstatus(modem_.state))));
+    EXPECT_EQ(test_data("gstatus/wcdma.txt"),
+              at_format(at_information(directip_gstatus(modem_.state))));
 }
 
 TEST_F(directip, has_a_session_only_where_the_network_knows_it)

@@ -119,6 +119,7 @@ TEST_F(swi_notifying, are_enabled_by_their_object)
     EXPECT_TRUE(server.requests().empty()) << "these two are always on";
     for (const swi_notification_row &row : swi_notifications) {
         EXPECT_EQ(swi_enable_notification(row.id, timeout_ms), swi_ok);
+        ASSERT_FALSE(server.enabled().empty());
         EXPECT_EQ(server.enabled().back(), row.id);
     }
     EXPECT_EQ(swi_enable_notification(4711, timeout_ms), swi_invalid_parameter);

@@ -395,8 +395,11 @@ TEST_F(gobi_records, unknown_values_have_no_name_and_do_no_harm)
     EXPECT_EQ(information("lte_band_prefs"), "");
     EXPECT_EQ(information("interface_aquisition_order"), "unknown, none, tdcdma, unknown, none");
     EXPECT_EQ(status("rat"), "(none)");
-    qmuxd.answer(qmi_nas, 0x34, "11 0200 ffff 1c 0100 00");
+    qmuxd.answer(qmi_nas, 0x34, "11 0200 ffff 12 0800 01000080 00000000 15 0800 00000080 00000000");
     EXPECT_EQ(status("rat"), "AUTOMATIC");
+    EXPECT_EQ(information("band_prefs"), "Band Class 0, A-System, Band Class 15");
+    EXPECT_EQ(information("lte_band_prefs"), "E-UTRA Operating Band 32");
+    qmuxd.answer(qmi_nas, 0x34, "11 0200 ffff 1c 0100 00");
     EXPECT_EQ(information("mode_prefs"), "cdma2000 1X, cdma2000 HRPD, GSM, UMTS, LTE, TD-SCDMA");
     EXPECT_EQ(information("interface_aquisition_order"), "(none)");
     EXPECT_EQ(information("band_prefs"), "(none)") << "not told";
@@ -473,6 +476,14 @@ TEST_F(gobi_records, the_lock_is_the_pins_if_it_is_a_pin)
         qmuxd.answer(qmi_dms, 0x2B, row.pin1);
         EXPECT_EQ(status("sim-status"), row.status);
         EXPECT_EQ(status("sim-lock"), row.lock) << row.uim << " " << row.pin1;
+    }
+    const char *names[] = {
+        "PIN is not initialized", "PIN is enabled, verified",   "PIN is disabled",
+        "PIN is blocked",         "PIN is permanently blocked", "PIN is unblocked",
+        "PIN is changed",         "CDMA Band Class 0"};
+    for (int state = 0; state < 8; state++) {
+        qmuxd.answer(qmi_dms, 0x2B, "11 0300 0" + std::to_string(state) + " 03 0a");
+        EXPECT_EQ(status("pin1-status"), names[state]);
     }
 }
 

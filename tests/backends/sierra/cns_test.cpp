@@ -65,6 +65,7 @@ TEST_F(cns, a_restore_identifies_what_was_silent_and_does_not_wait_for_ever)
     answer_record(swi_op_modem_type, swi_modem_type{.product = "UGM8800"});
     EXPECT_EQ(sierra_cns_restore(identity), 0);
     EXPECT_STREQ(identity.product, "UGM8800");
+    EXPECT_TRUE(log.has("700 Detected sierra-wireless modem: 'UGM8800' 0x"));
 
     ASSERT_EQ(sierra_cns_enable_call_notifications(), 0);
     replace_server();
