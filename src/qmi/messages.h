@@ -1,6 +1,7 @@
 // The messages that the Gobi family sends alone, one function each: it sends the request, waits for
-// its answer and returns a qmi_code (link.h). Those that only ask are questions, too (questions.h). Records are filled only as far as the answer has them, and
-// texts are as the modem sent them, in no known encoding.
+// its answer and returns a qmi_code (link.h). Those that only ask are questions, too (questions.h).
+// Records are filled only as far as the answer has them, and texts are as the modem sent them, in no
+// known encoding.
 //
 // Facts: the public QMI message descriptions (libqmi). WDS Reset Profile is not among them; its
 // request is taken over from the profile messages beside it, and its answer has nothing to read.
